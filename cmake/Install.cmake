@@ -1,0 +1,45 @@
+# Installation: the shared library, the public headers (flat, under
+# include/VantrelAuthEngine64), a pkg-config file and a CMake package.
+include(CMakePackageConfigHelpers)
+
+set(VANTREL_PUBLIC_HEADERS
+  include/VantrelAuthEngine.h
+  src/engine/AuthExport.h src/engine/AuthTypes.h src/engine/AuthEngine.h src/engine/AuthEngineConfig.h
+  src/text/StrList.h
+  src/network/Cookie.h src/network/CookieNode.h src/network/Header.h src/network/HeaderNode.h
+  src/network/INetworkControl.h src/network/NetworkConfig.h src/network/NetworkResult.h
+  src/network/SslVersion.h
+  src/credentials/ICredential.h src/credentials/CredentialFactory.h
+  src/authenticators/AuthBase.h src/authenticators/AdfsImpl.h src/authenticators/Adfs.h
+  src/authenticators/Office365.h src/authenticators/SharePointFba.h
+  src/authenticators/SharePointAdfs.h src/authenticators/SharePointOffice365.h
+  src/authenticators/Ntlm.h)
+list(TRANSFORM VANTREL_PUBLIC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/)
+set_property(GLOBAL PROPERTY VANTREL_PUBLIC_HEADERS "${VANTREL_PUBLIC_HEADERS}")
+
+install(TARGETS VantrelAuthEngine64 EXPORT VantrelAuthEngine64Targets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES ${VANTREL_PUBLIC_HEADERS}
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VantrelAuthEngine64)
+
+install(EXPORT VantrelAuthEngine64Targets NAMESPACE Vantrel::
+  FILE VantrelAuthEngine64Targets.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VantrelAuthEngine64)
+# The exported target is named AuthEngine64 under the Vantrel:: namespace.
+set_target_properties(VantrelAuthEngine64 PROPERTIES EXPORT_NAME AuthEngine64)
+
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/VantrelAuthEngine64Config.cmake.in
+  ${PROJECT_BINARY_DIR}/VantrelAuthEngine64Config.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VantrelAuthEngine64)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/VantrelAuthEngine64ConfigVersion.cmake
+  VERSION ${PROJECT_VERSION} COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/VantrelAuthEngine64Config.cmake
+  ${PROJECT_BINARY_DIR}/VantrelAuthEngine64ConfigVersion.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VantrelAuthEngine64)
+
+configure_file(${PROJECT_SOURCE_DIR}/cmake/VantrelAuthEngine64.pc.in
+  ${PROJECT_BINARY_DIR}/VantrelAuthEngine64.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/VantrelAuthEngine64.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,32 @@
+// BinaryTokenCredential: a BinarySecurityToken element from an RSTR, start and end tag included.
+#ifndef VANTREL_AUTH_CREDENTIALS_BINARY_TOKEN_CREDENTIAL_H_
+#define VANTREL_AUTH_CREDENTIALS_BINARY_TOKEN_CREDENTIAL_H_
+
+#include <string>
+
+#include "ICredential.h"
+#include "ISamlCredential.h"
+
+namespace Vantrel {
+namespace Auth {
+
+// Virtual ICredential base: see UsernameCredential.
+class BinaryTokenCredential : public virtual ICredential, public ISamlCredential {
+ public:
+  explicit BinaryTokenCredential(std::string token);
+  ~BinaryTokenCredential() override;
+
+  std::string GetSamlCredential() const override;
+
+  // The token value posted to SharePoint Online: the element's inner text,
+  // beginning with "t="; "" if there is none.
+  std::string GetTokenValue() const;
+
+ private:
+  std::string token_;
+};
+
+}  // namespace Auth
+}  // namespace Vantrel
+
+#endif  // VANTREL_AUTH_CREDENTIALS_BINARY_TOKEN_CREDENTIAL_H_

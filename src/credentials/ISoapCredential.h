@@ -1,0 +1,23 @@
+// ISoapCredential: a credential that renders as <username>/<password> lines.
+#ifndef VANTREL_AUTH_CREDENTIALS_ISOAP_CREDENTIAL_H_
+#define VANTREL_AUTH_CREDENTIALS_ISOAP_CREDENTIAL_H_
+
+#include <string>
+
+#include "ICredential.h"
+
+namespace Vantrel {
+namespace Auth {
+
+// ICredential is a virtual base throughout the tree so that a credential holds one
+// ICredential sub-object and converts to it without ambiguity.
+class ISoapCredential : public virtual ICredential {
+ public:
+  ~ISoapCredential() override {}
+  virtual std::string GetSoapCredential() const = 0;
+};
+
+}  // namespace Auth
+}  // namespace Vantrel
+
+#endif  // VANTREL_AUTH_CREDENTIALS_ISOAP_CREDENTIAL_H_
