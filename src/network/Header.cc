@@ -1,0 +1,16 @@
+#include "Header.h"
+
+#include "StringUtil.h"
+
+namespace Vantrel {
+namespace Auth {
+
+Header::Header() : name(nullptr), value(nullptr) {}
+
+Header::~Header() {
+  StrFree(&name);
+  StrFree(&value);
+}
+
+}  // namespace Auth
+}  // namespace Vantrel

@@ -1,0 +1,331 @@
+#include "NetworkControlLibcurl.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <exception>
+#include <memory>
+#include <utility>
+
+#include "AuthEngineConfig.h"
+#include "CurlWrap.h"
+#include "HeaderLine.h"
+#include "Logger.h"
+#include "NetscapeCookie.h"
+#include "StringUtil.h"
+
+namespace Vantrel {
+namespace Auth {
+namespace {
+
+// libcurl's CURL_ERROR_SIZE.
+const size_t kErrorBufferSize = 256;
+// fgets reads at most one less than this: verbose lines longer than that
+// reach the log in pieces.
+const int kVerboseLineSize = 200;
+const char kNullHandleText[] =
+    "Null handle encountered.  This might be caused by network initialization not called prior "
+    "to use.";
+const char kUnknownErrorText[] = "Error detail unknown.";
+
+void LogDebug(const char* format, const char* a1 = nullptr, const char* a2 = nullptr) {
+  Logger::LogFormat(kLogLevelDebug, format, a1, a2, nullptr, nullptr, nullptr);
+}
+
+long CurlSslVersion(SslVersion version) {
+  switch (version) {
+    case kSslVersionTls1:
+      return CURL_SSLVERSION_TLSv1;
+    case kSslVersionSsl3:
+      // Current libcurl refuses SSLv3 at setopt time; the refusal is not
+      // looked at, so such a request runs with libcurl's default.
+      return CURL_SSLVERSION_SSLv3;
+    case kSslVersionDefault:
+      break;
+  }
+  return CURL_SSLVERSION_DEFAULT;
+}
+
+bool IsSet(const char* text) { return text != nullptr && text[0] != '\0'; }
+
+// An exception must not unwind through libcurl's C frames. A callback that
+// fails parks it here and aborts the transfer; SendRequest rethrows it once
+// libcurl has returned and the request's resources are released. Callbacks
+// run on the thread inside Perform, so one slot per thread suffices.
+thread_local std::exception_ptr callback_failure;
+
+void ParkCallbackFailure() {
+  if (!callback_failure) callback_failure = std::current_exception();
+}
+
+// What one request holds while it runs. The normal path releases each in its
+// own order and clears the field; this only mops up after an exception.
+struct RequestResources {
+  explicit RequestResources(CurlWrap* wrap) : wrap(wrap) {}
+  ~RequestResources() {
+    if (stream != nullptr) {
+      wrap->SetOpt(CURLOPT_STDERR, static_cast<FILE*>(nullptr));
+      std::fclose(stream);
+    }
+    wrap->SlistFreeAll(headers);
+  }
+  RequestResources(const RequestResources&) = delete;
+  RequestResources& operator=(const RequestResources&) = delete;
+
+  CurlWrap* wrap;
+  curl_slist* headers = nullptr;
+  FILE* stream = nullptr;
+};
+
+}  // namespace
+
+NetworkControlLibcurl::NetworkControlLibcurl()
+    : curl_wrap_(nullptr), error_buffer_(nullptr), current_result_(nullptr), curl_log_file_(nullptr) {
+  static const char kWhere[] = "NetworkControlLibcurl::NetworkControlLibcurl";
+  LogDebug("%s() called", kWhere);
+  // Held locally until nothing more can throw: a constructor that throws gets
+  // no destructor call.
+  std::unique_ptr<CurlWrap> wrap(new CurlWrap());
+  std::unique_ptr<char[]> error_buffer(new char[kErrorBufferSize]);
+  error_buffer[0] = '\0';
+  std::unique_ptr<char[]> log_file;
+
+  const char* dir = AuthEngineConfig::GetTempLogDir();
+  if (IsSet(dir)) {
+    // Named by the time in seconds: transports made in the same second with
+    // the same directory share one file.
+    int32_t stamp = static_cast<int32_t>(std::time(nullptr));
+    char number[16];
+    std::snprintf(number, sizeof(number), "%ld", static_cast<long>(stamp));
+    size_t size = std::strlen(dir) + std::strlen("/authengine.") + std::strlen(number) +
+                  std::strlen(".log") + 1;
+    log_file.reset(new char[size]);
+    std::snprintf(log_file.get(), size, "%s/authengine.%s.log", dir, number);
+    LogDebug("%s - curl log file: %s", kWhere, log_file.get());
+  }
+  curl_wrap_ = wrap.release();
+  error_buffer_ = error_buffer.release();
+  curl_log_file_ = log_file.release();
+}
+
+NetworkControlLibcurl::~NetworkControlLibcurl() {
+  static const char kWhere[] = "NetworkControlLibcurl::~NetworkControlLibcurl";
+  LogDebug("%s() called", kWhere);
+  // The handle goes first: closing its connections may still write to the
+  // error buffer. A handle left verbose by its last request would chatter to
+  // the process's standard error while it closes them.
+  if (curl_wrap_ != nullptr) curl_wrap_->SetOpt(CURLOPT_VERBOSE, 0L);
+  delete curl_wrap_;
+  curl_wrap_ = nullptr;
+  delete[] error_buffer_;
+  error_buffer_ = nullptr;
+  if (IsSet(curl_log_file_)) {
+    LogDebug("%s - Removing log file: %s", kWhere, curl_log_file_);
+    // The file may never have been created; that is not worth a word.
+    std::remove(curl_log_file_);
+  }
+  StrFree(&curl_log_file_);
+}
+
+AuthResult NetworkControlLibcurl::Exec(NetworkConfig* config, NetworkResult* result) {
+  if (result == nullptr) return kAuthResultInternalError;
+  current_result_ = result;
+  result->Reset();
+  if (curl_wrap_ == nullptr || !curl_wrap_->IsValid()) {
+    result->SetErrorMsg(kNullHandleText);
+    return kAuthResultInternalError;
+  }
+  if (config == nullptr) {
+    // Not a caller of this library; a host's own code might, and a null
+    // description can't be sent.
+    result->SetErrorMsg("No request description given.");
+    return kAuthResultInternalError;
+  }
+
+  Logger::Log(kLogLevelDebug,
+              "NetworkControlLibcurl::Exec - Using the following NetworkConfig for web call.... ");
+  NetworkConfig::LogDump(config);
+
+  AuthResult outcome = SendRequest(config, result);
+  if (outcome == kAuthResultOk) outcome = ProcessResponse(result);
+
+  Logger::Log(kLogLevelDebug, "NetworkControlLibcurl::Exec - NetworkResult after web call.... ");
+  NetworkResult::LogDump(result);
+  return outcome;
+}
+
+char* NetworkControlLibcurl::Escape(const char* text) {
+  if (text == nullptr || curl_wrap_ == nullptr) return nullptr;
+  return curl_wrap_->Escape(text, 0);
+}
+
+void NetworkControlLibcurl::FreeEscaped(char* text) {
+  if (curl_wrap_ != nullptr) curl_wrap_->Free(text);
+}
+
+AuthResult NetworkControlLibcurl::SendRequest(NetworkConfig* config, NetworkResult* result) {
+  static const char kWhere[] = "NetworkControlLibcurl::SendRequest";
+  LogDebug("%s(...) called", kWhere);
+  error_buffer_[0] = '\0';
+  // libcurl (7.88) keeps the cookie-file list of the previous request past
+  // the transfer, and curl_easy_reset forgets it without freeing it: a leak
+  // per request. Handing the list back first costs nothing, as every cookie
+  // is wiped below anyway.
+  curl_wrap_->SetOpt(CURLOPT_COOKIEFILE, static_cast<const char*>(nullptr));
+  // Reset, not a new handle: live connections and the DNS and TLS caches
+  // outlast the request, options don't.
+  curl_wrap_->Reset();
+
+  // Wiping the cookies and then switching the engine on without a file means
+  // no request carries a cookie from an earlier one, and afterwards the engine
+  // holds exactly what this response set.
+  curl_wrap_->SetOpt(CURLOPT_COOKIELIST, "ALL");
+  curl_wrap_->SetOpt(CURLOPT_ERRORBUFFER, error_buffer_);
+  if (config->IsSslUsed()) {
+    curl_wrap_->SetOpt(CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
+    curl_wrap_->SetOpt(CURLOPT_SSL_VERIFYHOST, config->IsVerifyHost() ? 2L : 0L);
+    curl_wrap_->SetOpt(CURLOPT_SSL_VERIFYPEER, config->IsVerifyCert() ? 1L : 0L);
+    if (IsSet(config->GetCaFile())) curl_wrap_->SetOpt(CURLOPT_CAINFO, config->GetCaFile());
+  }
+  curl_wrap_->SetOpt(CURLOPT_URL, config->GetUrl());
+
+  RequestResources held(curl_wrap_);
+  curl_slist*& headers = held.headers;
+  for (const HeaderNode* node = config->GetHeaders(); node != nullptr; node = node->next) {
+    const Header* header = node->header;
+    if (header == nullptr || header->name == nullptr || header->value == nullptr) continue;
+    size_t size = std::strlen(header->name) + std::strlen(header->value) + 3;
+    char* line = new char[size];
+    std::snprintf(line, size, "%s: %s", header->name, header->value);
+    curl_slist* appended = curl_wrap_->SlistAppend(headers, line);
+    delete[] line;
+    // libcurl gives null when it runs out of memory and leaves the list as
+    // it was; the header is then simply missing.
+    if (appended != nullptr) headers = appended;
+  }
+  curl_wrap_->SetOpt(CURLOPT_HTTPHEADER, headers);
+
+  // The method follows from the body alone: libcurl makes a POST of any
+  // request that has post fields. libcurl doesn't copy them; the config's
+  // string outlives the transfer.
+  if (IsSet(config->GetPostData())) curl_wrap_->SetOpt(CURLOPT_POSTFIELDS, config->GetPostData());
+  curl_wrap_->SetOpt(CURLOPT_COOKIEFILE, "");
+  curl_wrap_->SetOpt(CURLOPT_VERBOSE, config->IsVerbose() ? 1L : 0L);
+  if (IsSet(config->GetProxy())) curl_wrap_->SetOpt(CURLOPT_PROXY, config->GetProxy());
+  curl_wrap_->SetOpt(CURLOPT_WRITEFUNCTION, reinterpret_cast<void*>(&WriteCallback));
+  curl_wrap_->SetOpt(CURLOPT_WRITEDATA, static_cast<void*>(this));
+  curl_wrap_->SetOpt(CURLOPT_HEADERFUNCTION, reinterpret_cast<void*>(&HeaderCallback));
+  curl_wrap_->SetOpt(CURLOPT_HEADERDATA, static_cast<void*>(this));
+  curl_wrap_->SetOpt(CURLOPT_SSLVERSION, CurlSslVersion(config->GetSslVersion()));
+
+  const bool capture = IsSet(curl_log_file_) && config->IsVerbose();
+  FILE*& log_stream = held.stream;
+  if (capture) {
+    // "w+" empties what the previous verbose request left.
+    log_stream = std::fopen(curl_log_file_, "w+");
+    if (log_stream != nullptr) {
+      LogDebug("%s: Successfully open log file for writing: %s", kWhere, curl_log_file_);
+      std::setbuf(log_stream, log_stream_buffer_);
+    }
+  }
+  curl_wrap_->SetOpt(CURLOPT_STDERR, log_stream);
+
+  LogDebug("%s: Executing request ... ", kWhere);
+  CURLcode code = curl_wrap_->Perform();
+  std::exception_ptr failure = std::exchange(callback_failure, nullptr);
+  char code_text[16];
+  std::snprintf(code_text, sizeof(code_text), "%d", static_cast<int>(code));
+  LogDebug("%s: CURLcode is: %s", kWhere, code_text);
+
+  // libcurl must not keep a stream that is about to be closed.
+  curl_wrap_->SetOpt(CURLOPT_STDERR, static_cast<FILE*>(nullptr));
+  if (log_stream != nullptr) {
+    LogDebug("%s: Close log file: %s", kWhere, curl_log_file_);
+    std::fflush(log_stream);
+    std::fclose(log_stream);
+    log_stream = nullptr;
+  }
+  if (capture) CopyVerboseLog();
+
+  curl_wrap_->SlistFreeAll(headers);
+  headers = nullptr;
+  if (failure) std::rethrow_exception(failure);
+
+  if (code == CURLE_OK) return kAuthResultOk;
+  result->SetErrorMsg(error_buffer_[0] != '\0' ? error_buffer_ : kUnknownErrorText);
+  return kAuthResultSendFailed;
+}
+
+void NetworkControlLibcurl::CopyVerboseLog() {
+  static const char kWhere[] = "NetworkControlLibcurl::SendRequest";
+  FILE* file = std::fopen(curl_log_file_, "r+");
+  if (file == nullptr) return;
+  LogDebug("%s: Opened log file for reading: %s", kWhere, curl_log_file_);
+  LogDebug("%s: libcurl verbose output BEGIN .....", kWhere);
+  char line[kVerboseLineSize];
+  while (std::fgets(line, sizeof(line), file) != nullptr) {
+    size_t length = std::strlen(line);
+    if (length > 0 && line[length - 1] == '\n') line[length - 1] = '\0';
+    // Through "%s": the text is libcurl's and may hold a per cent sign.
+    LogDebug("%s", line);
+  }
+  LogDebug("%s: libcurl verbose output END.", kWhere);
+  LogDebug("%s: Close log file: %s", kWhere, curl_log_file_);
+  std::fclose(file);
+}
+
+AuthResult NetworkControlLibcurl::ProcessResponse(NetworkResult* result) {
+  static const char kWhere[] = "NetworkControlLibcurl::ProcessResponse";
+  LogDebug("%s(...) called", kWhere);
+  long code = 0;
+  curl_wrap_->GetInfo(CURLINFO_RESPONSE_CODE, &code);
+  result->SetResponseCode(static_cast<int>(code));
+  result->ClearCookies();
+
+  curl_slist* cookies = nullptr;
+  if (curl_wrap_->GetInfo(CURLINFO_COOKIELIST, &cookies) != CURLE_OK) return kAuthResultOk;
+  Cookie cookie;
+  try {
+    for (const curl_slist* node = cookies; node != nullptr; node = node->next) {
+      ParseNetscapeCookie(&cookie, node->data);
+      LogDebug("%s - Netscape cookie: %s", kWhere, node->data);
+      LogDebug("%s - Parsed cookie name: %s", kWhere, cookie.GetName());
+      result->AddCookie(&cookie);
+    }
+  } catch (...) {
+    curl_wrap_->SlistFreeAll(cookies);
+    throw;
+  }
+  curl_wrap_->SlistFreeAll(cookies);
+  return kAuthResultOk;
+}
+
+size_t NetworkControlLibcurl::WriteCallback(char* data, size_t size, size_t count, void* user) {
+  size_t length = size * count;
+  NetworkControlLibcurl* self = static_cast<NetworkControlLibcurl*>(user);
+  if (self != nullptr && self->current_result_ != nullptr) {
+    try {
+      self->current_result_->AppendBody(data, length);
+    } catch (...) {
+      ParkCallbackFailure();
+      return 0;
+    }
+  }
+  return length;
+}
+
+size_t NetworkControlLibcurl::HeaderCallback(char* data, size_t size, size_t count, void* user) {
+  size_t length = size * count;
+  NetworkControlLibcurl* self = static_cast<NetworkControlLibcurl*>(user);
+  try {
+    ParseHeaderLine(data, length, self != nullptr ? self->current_result_ : nullptr);
+  } catch (...) {
+    ParkCallbackFailure();
+    return 0;
+  }
+  return length;
+}
+
+}  // namespace Auth
+}  // namespace Vantrel
