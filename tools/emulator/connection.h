@@ -1,0 +1,65 @@
+// Connection: the HTTP conversation on one accepted socket.
+//
+// Serves requests until either side closes: keep-alive and pipelining as the
+// client asks, absolute-form proxy requests, and CONNECT tunnels, inside which
+// it terminates TLS itself (or speaks plain HTTP if the client doesn't start a
+// handshake). Nothing is ever forwarded: every request, proxied or not, is
+// answered through the Exchange.
+#ifndef VANTREL_EMULATOR_CONNECTION_H_
+#define VANTREL_EMULATOR_CONNECTION_H_
+
+#include <cstdint>
+#include <string>
+
+#include "emulator/request.h"
+#include "emulator/response.h"
+#include "emulator/stream.h"
+#include "emulator/tls_context.h"
+
+namespace Vantrel {
+namespace Emulation {
+
+// What a connection needs from the emulator: the answer to each request. Both
+// calls record the request before returning, and run on connection threads.
+class Exchange {
+ public:
+  virtual ~Exchange() = default;
+  virtual Response Answer(const Request& request) = 0;
+  // A 2xx answer opens the tunnel; any other is sent and the connection closed.
+  virtual Response AnswerConnect(const Request& request) = 0;
+};
+
+class Connection {
+ public:
+  // `tls` serves the handshakes: at once when `tls_listener`, else in tunnels.
+  Connection(int fd, int local_port, bool tls_listener, std::uint64_t id, const TlsContext* tls,
+             Exchange* exchange);
+
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  // Returns when the conversation is over; the caller closes the socket.
+  void Serve();
+
+ private:
+  bool StartTls(const std::string* tunnel_host);
+  // Answers a CONNECT; true when the tunnel is open.
+  bool OpenTunnel(Request* connect);
+  void Close(bool abrupt);
+
+  int fd_;
+  int local_port_;
+  bool tls_listener_;
+  std::uint64_t id_;
+  const TlsContext* tls_;
+  Exchange* exchange_;
+  Stream stream_;
+  bool in_tunnel_ = false;
+  std::string tunnel_host_;
+  int tunnel_port_ = 0;
+};
+
+}  // namespace Emulation
+}  // namespace Vantrel
+
+#endif  // VANTREL_EMULATOR_CONNECTION_H_

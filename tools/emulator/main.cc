@@ -1,0 +1,188 @@
+// vantrel-emulator: the emulator as a program, for demos and manual runs.
+//
+//   vantrel-emulator [--address A] [--http-port N] [--https-port N]
+//                    [--ca-out FILE] [--ready-file FILE]
+//                    [--fba-site PATH [--fba-account USER:PASSWORD]...]
+//                    [--adfs-server PATH [--adfs-account USER:PASSWORD]...]
+//                    [--trust-site PATH [--trust-realm URN]]
+//
+// Serves until SIGTERM or SIGINT and exits 0. Prints one line per request:
+// method, host, target and status. --ready-file receives "http_port https_port"
+// once both listeners accept, written whole (by rename) so a script polling for
+// the file never reads half of it.
+#include <signal.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "emulator/AdfsServer.h"
+#include "emulator/FbaSite.h"
+#include "emulator/TrustSite.h"
+#include "emulator/emulator.h"
+
+namespace {
+
+using Vantrel::Emulation::Emulator;
+using Vantrel::Emulation::Request;
+using Vantrel::Emulation::Response;
+
+struct Flags {
+  Emulator::Options options;
+  std::string ca_out;
+  std::string ready_file;
+  bool fba_site = false;
+  Vantrel::Emulation::FbaSiteOptions fba;
+  bool fba_accounts_given = false;
+  bool adfs_server = false;
+  Vantrel::Emulation::AdfsServerOptions adfs;
+  bool adfs_accounts_given = false;
+  bool trust_site = false;
+  Vantrel::Emulation::TrustSiteOptions trust;
+};
+
+void Usage(const char* program) {
+  std::fprintf(stderr,
+               "usage: %s [--address A] [--http-port N] [--https-port N] [--ca-out FILE] "
+               "[--ready-file FILE]\n"
+               "       [--fba-site PATH [--fba-account USER:PASSWORD]...]\n"
+               "       [--adfs-server PATH [--adfs-account USER:PASSWORD]...]\n"
+               "       [--trust-site PATH [--trust-realm URN]]\n"
+               "  ports default to 0, which lets the system pick free ones\n",
+               program);
+}
+
+bool ParsePort(const char* text, int* port) {
+  char* end = nullptr;
+  long value = std::strtol(text, &end, 10);
+  if (end == text || *end != '\0' || value < 0 || value > 65535) return false;
+  *port = static_cast<int>(value);
+  return true;
+}
+
+bool ParseFlags(int argc, char** argv, Flags* flags) {
+  for (int i = 1; i < argc; ++i) {
+    std::string flag = argv[i];
+    const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
+    if (flag == "--help" || flag == "-h" || value == nullptr) return false;
+    ++i;
+    if (flag == "--address") {
+      flags->options.address = value;
+    } else if (flag == "--http-port") {
+      if (!ParsePort(value, &flags->options.http_port)) return false;
+    } else if (flag == "--https-port") {
+      if (!ParsePort(value, &flags->options.https_port)) return false;
+    } else if (flag == "--ca-out") {
+      flags->ca_out = value;
+    } else if (flag == "--ready-file") {
+      flags->ready_file = value;
+    } else if (flag == "--fba-site") {
+      // A forms-based site at PATH ("" or "/" for the root).
+      flags->fba_site = true;
+      flags->fba.site_path = std::string(value) == "/" ? "" : value;
+    } else if (flag == "--fba-account") {
+      // Replaces the site's default account; repeat for several.
+      const char* colon = std::strchr(value, ':');
+      if (colon == nullptr || colon == value) return false;
+      if (!flags->fba_accounts_given) flags->fba.accounts.clear();
+      flags->fba_accounts_given = true;
+      flags->fba.accounts[std::string(value, colon)] = colon + 1;
+    } else if (flag == "--adfs-server") {
+      // An ADFS token endpoint below PATH ("" or "/" for the root).
+      flags->adfs_server = true;
+      flags->adfs.path = std::string(value) == "/" ? "" : value;
+    } else if (flag == "--adfs-account") {
+      const char* colon = std::strchr(value, ':');
+      if (colon == nullptr || colon == value) return false;
+      if (!flags->adfs_accounts_given) flags->adfs.accounts.clear();
+      flags->adfs_accounts_given = true;
+      flags->adfs.accounts[std::string(value, colon)] = colon + 1;
+    } else if (flag == "--trust-site") {
+      // A site at PATH that takes the ADFS server's tokens at its _trust endpoint.
+      flags->trust_site = true;
+      flags->trust.site_path = std::string(value) == "/" ? "" : value;
+    } else if (flag == "--trust-realm") {
+      flags->trust.realm = value;
+    } else {
+      // Flags that install endpoint families (sites, token services) go here.
+      return false;
+    }
+  }
+  return true;
+}
+
+// Endpoint families register their routes here, as chosen by their flags.
+void InstallEndpoints(const Flags& flags, Emulator* emulator) {
+  if (flags.fba_site) Vantrel::Emulation::InstallFbaSite(emulator, flags.fba);
+  std::shared_ptr<Vantrel::Emulation::AdfsServerState> adfs;
+  if (flags.adfs_server) adfs = Vantrel::Emulation::InstallAdfsServer(emulator, flags.adfs);
+  if (flags.trust_site) {
+    // Without a server of its own the site refuses every token.
+    Vantrel::Emulation::TrustSiteOptions trust = flags.trust;
+    trust.adfs = adfs;
+    Vantrel::Emulation::InstallTrustSite(emulator, trust);
+  }
+}
+
+bool WriteWhole(const std::string& path, const std::string& content) {
+  std::string temporary = path + ".tmp";
+  {
+    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+    out << content;
+    if (!out.flush()) return false;
+  }
+  return std::rename(temporary.c_str(), path.c_str()) == 0;
+}
+
+void PrintExchange(const Request& request, const Response& response) {
+  std::string host = request.Host();
+  std::printf("%s %s %s -> %d\n", request.method.c_str(), host.empty() ? "-" : host.c_str(),
+              request.target.c_str(), response.status);
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Flags flags;
+  if (!ParseFlags(argc, argv, &flags)) {
+    Usage(argv[0]);
+    return 2;
+  }
+
+  // Blocked before any thread exists, so every server thread inherits the mask
+  // and the signals wait for sigwait below.
+  sigset_t stop_signals;
+  sigemptyset(&stop_signals);
+  sigaddset(&stop_signals, SIGINT);
+  sigaddset(&stop_signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
+
+  Emulator emulator(flags.options);
+  InstallEndpoints(flags, &emulator);
+  emulator.SetObserver(&PrintExchange);
+  std::string error;
+  if (!emulator.Start(&error)) {
+    std::fprintf(stderr, "%s\n", error.c_str());
+    return 1;
+  }
+  if (!flags.ca_out.empty() && !WriteWhole(flags.ca_out, emulator.Authority().CaPem())) {
+    std::fprintf(stderr, "cannot write %s\n", flags.ca_out.c_str());
+    return 1;
+  }
+  std::string ports = std::to_string(emulator.HttpPort()) + " " + std::to_string(emulator.HttpsPort());
+  if (!flags.ready_file.empty() && !WriteWhole(flags.ready_file, ports + "\n")) {
+    std::fprintf(stderr, "cannot write %s\n", flags.ready_file.c_str());
+    return 1;
+  }
+  std::printf("listening: http %s  https %s  ca %s\n", emulator.HttpUrl().c_str(),
+              emulator.HttpsUrl().c_str(), emulator.CaFile().c_str());
+  std::fflush(stdout);
+
+  int signal_number = 0;
+  sigwait(&stop_signals, &signal_number);
+  emulator.Stop();
+  return 0;
+}
