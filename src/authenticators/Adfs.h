@@ -20,8 +20,6 @@ class VANTREL_AUTH_EXPORT Adfs : public AdfsImpl {
   // The same with a user name and password.
   AuthResult AuthenticateByUser(const char* adfs_url, const char* realm, const char* user,
                                 const char* password);
-
-  using AdfsImpl::GetRstr;
 };
 
 }  // namespace Auth

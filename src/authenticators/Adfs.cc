@@ -1,0 +1,43 @@
+#include "Adfs.h"
+
+#include <memory>
+
+#include "CredentialFactory.h"
+#include "ICredential.h"
+#include "Logger.h"
+#include "StringUtil.h"
+
+namespace Vantrel {
+namespace Auth {
+
+Adfs::Adfs(INetworkControl* network_control) : AdfsImpl(network_control) {
+  Logger::Log(kLogLevelInfo, "Adfs::Adfs(...)");
+}
+
+Adfs::~Adfs() { Logger::Log(kLogLevelInfo, "Adfs::~Adfs()"); }
+
+AuthResult Adfs::Authenticate(const char* adfs_url, const char* realm,
+                              const ICredential* credential) {
+  Logger::LogFormat(kLogLevelInfo,
+                    "Adfs::Authenticate - ADFS server: %s, Realm: %s, Credential avail: %s",
+                    adfs_url, realm, YesNo(credential != nullptr), nullptr, nullptr);
+  return AuthenticateHelper(adfs_url, realm, credential);
+}
+
+AuthResult Adfs::AuthenticateByUser(const char* adfs_url, const char* realm, const char* user,
+                                    const char* password) {
+  Logger::LogFormat(
+      kLogLevelInfo,
+      "Adfs::AuthenticateByUser - ADFS server: %s, Realm: %s, User: %s, Pwd avail: %s", adfs_url,
+      realm, user, YesNo(password != nullptr && password[0] != '\0'), nullptr);
+  // A null user or password can't become a credential. Passing no credential
+  // on still runs the attempt's resets and yields the null-input failure.
+  std::unique_ptr<ICredential> credential;
+  if (user != nullptr && password != nullptr) {
+    credential.reset(CredentialFactory::CreateBasicUsernameCredential(user, password));
+  }
+  return AuthenticateHelper(adfs_url, realm, credential.get());
+}
+
+}  // namespace Auth
+}  // namespace Vantrel

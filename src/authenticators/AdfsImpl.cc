@@ -1,0 +1,130 @@
+#include "AdfsImpl.h"
+
+#include <string>
+
+#include "AdfsUtil.h"
+#include "ErrorDetail.h"
+#include "ICredential.h"
+#include "INetworkControl.h"
+#include "ISamlCredential.h"
+#include "Logger.h"
+#include "NetworkConfig.h"
+#include "NetworkResult.h"
+#include "StringUtil.h"
+#include "UrlUtil.h"
+
+namespace Vantrel {
+namespace Auth {
+const char* const AdfsImpl::default_service_endpoint_user_ =
+    "adfs/services/trust/2005/usernamemixed";
+
+AdfsImpl::AdfsImpl(INetworkControl* network_control) : AuthBase(network_control), rstr_(nullptr) {
+  SetServiceEndpoint(default_service_endpoint_user_);
+}
+
+AdfsImpl::~AdfsImpl() { StrFree(&rstr_); }
+
+void AdfsImpl::GetRstr(char* buffer, size_t* size) const { CopyOut(buffer, size, rstr_); }
+
+const char* AdfsImpl::GetRstr() const { return rstr_; }
+
+AuthResult AdfsImpl::AuthenticateHelper(const char* server_url, const char* realm,
+                                        const ICredential* credential) {
+  Logger::Log(kLogLevelDebug, "AdfsImpl::AuthenticateHelper - validating inputs .... ");
+
+  NetworkConfig* config = GetNetworkConfig();
+  NetworkResult* result = GetNetworkResult();
+  ErrorDetail* detail = GetErrorDetail();
+  INetworkControl* network = GetNetworkControl();
+  if (detail == nullptr) return kAuthResultInternalError;
+  if (config == nullptr || result == nullptr || network == nullptr) {
+    detail->Set("Null pointer(s) detected.");
+    return kAuthResultInternalError;
+  }
+
+  config->Reset();
+  result->Reset();
+  detail->Clear();
+  StrFree(&rstr_);
+
+  // Null before empty, URL before realm: a host sees the first thing it got
+  // wrong in the order it passed them.
+  if (server_url == nullptr || realm == nullptr || credential == nullptr) {
+    detail->Set("At least one of the required input string is null.");
+    return kAuthResultInvalidInput;
+  }
+  if (server_url[0] == '\0') {
+    detail->Set("URL for the ADFS 2.0 server provided is an empty string.");
+    return kAuthResultInvalidInput;
+  }
+  if (realm[0] == '\0') {
+    detail->Set("The home realm (URI) provided is an empty string.");
+    return kAuthResultInvalidInput;
+  }
+  if (!IsSupportedProtocols(server_url)) return kAuthResultInvalidInput;
+
+  Logger::Log(kLogLevelDebug, "AdfsImpl::AuthenticateHelper - Authenticating .... ");
+  ConfigureCommonProperties(server_url);
+
+  // The server URL is taken as given, a final slash included: it is also the
+  // a:To of the envelope, which the server compares with where it was posted.
+  char* request_url = nullptr;
+  JoinUrl(&request_url, server_url, GetServiceEndpoint());
+  config->SetUrl(request_url);
+  // No SOAPAction: with SOAP 1.2 the action travels in a:Action.
+  config->ClearHeaders();
+  config->AddHeader("Content-Type", "application/soap+xml; charset=utf-8");
+
+  // ISamlCredential, not ISoapCredential: what goes into o:Security is the
+  // WS-Security text. The detail's wording is the one hosts already match on.
+  const ISamlCredential* saml = dynamic_cast<const ISamlCredential*>(credential);
+  if (saml == nullptr) {
+    StrFree(&request_url);
+    detail->Set(
+        "Invalid credential supplied to AuthenticateHelper.  Only SoapCredential is supported.");
+    return kAuthResultInternalError;
+  }
+
+  char* envelope = AdfsUtil::BuildRstEnvelope(request_url, realm, saml);
+  config->SetPostData(envelope);
+  StrFree(&envelope);
+  StrFree(&request_url);
+
+  AuthResult sent = network->Exec(config, result);
+  if (sent != kAuthResultOk) {
+    detail->Set(result->GetErrorMsg());
+    return sent;
+  }
+
+  Logger::Log(kLogLevelDebug, "AdfsImpl::AuthenticateHelper - Process authentication result .... ");
+  // A refused request's body (a SOAP fault) isn't read: the code says enough.
+  int code = result->GetResponseCode();
+  if (code == 0) {
+    detail->Set("Unexpected HTTP response code.  Response code: ", code);
+    return kAuthResultHttpError;
+  }
+  if (code >= 400 && code <= 599) {
+    detail->Set("HTTP error reported.  Response code: ", code);
+    return kAuthResultHttpError;
+  }
+
+  std::string body = result->GetBody();
+  if (body.empty()) {
+    detail->Set("No RSTR token found.  HTTP response is empty.");
+    return kAuthResultAuthFailed;
+  }
+  rstr_ = AdfsUtil::ExtractRstr(body.c_str());
+  if (rstr_ == nullptr || rstr_[0] == '\0') {
+    StrFree(&rstr_);
+    detail->Set("No RSTR token found in HTTP response.");
+    return kAuthResultAuthFailed;
+  }
+
+  // The envelope may hold a clear-text password: don't keep it past success.
+  config->Reset();
+  result->Reset();
+  return kAuthResultOk;
+}
+
+}  // namespace Auth
+}  // namespace Vantrel

@@ -1,0 +1,168 @@
+#include "SharePointAdfs.h"
+
+#include <cstring>
+
+#include "AdfsUtil.h"
+#include "CookieNode.h"
+#include "ErrorDetail.h"
+#include "INetworkControl.h"
+#include "Logger.h"
+#include "NetworkConfig.h"
+#include "NetworkResult.h"
+#include "StringUtil.h"
+#include "UrlUtil.h"
+
+namespace Vantrel {
+namespace Auth {
+namespace {
+
+// What the transport says when it has no libcurl handle; Escape can only fail
+// for that reason, so the host gets the same words as from a failed request.
+const char* const kNullHandleText =
+    "Null handle encountered.  This might be caused by network initialization not called prior to "
+    "use.";
+
+}  // namespace
+
+const char* const SharePointAdfs::default_service_endpoint_ = "_trust";
+const char* const SharePointAdfs::default_wctx_ = "_layouts/Authenticate.aspx?Source=%2F";
+
+SharePointAdfs::SharePointAdfs(INetworkControl* network_control)
+    : AuthBase(network_control), wctx_(nullptr) {
+  Logger::Log(kLogLevelInfo, "SharePointAdfs::SharePointAdfs(...)");
+  SetServiceEndpoint(default_service_endpoint_);
+  wctx_ = StrDup(default_wctx_);
+}
+
+SharePointAdfs::~SharePointAdfs() {
+  Logger::Log(kLogLevelInfo, "SharePointAdfs::~SharePointAdfs()");
+  StrFree(&wctx_);
+}
+
+AuthResult SharePointAdfs::SetWctx(const char* wctx) {
+  Logger::LogFormat(kLogLevelInfo, "SharePointAdfs::SetWctx - wctx: %s", wctx, nullptr, nullptr,
+                    nullptr, nullptr);
+  StrAssign(&wctx_, wctx);
+  return kAuthResultOk;
+}
+
+AuthResult SharePointAdfs::GetWctx(char* buffer, size_t* size) const {
+  CopyOut(buffer, size, wctx_);
+  return kAuthResultOk;
+}
+
+const char* SharePointAdfs::GetWctx() const { return wctx_; }
+
+const Cookie* SharePointAdfs::GetFedAuthCookie() const {
+  return fed_auth_cookie_.GetValue() != nullptr ? &fed_auth_cookie_ : nullptr;
+}
+
+AuthResult SharePointAdfs::AuthenticateByRstr(const char* site, const char* rstr) {
+  Logger::LogFormat(kLogLevelInfo, "SharePointAdfs::AuthenticateByRstr - Site: %s, RSTR avail: %s",
+                    site, YesNo(rstr != nullptr && rstr[0] != '\0'), nullptr, nullptr, nullptr);
+  Logger::Log(kLogLevelDebug,
+              "SharePointAdfs::AuthenticateByRstr - Validating inputs and prepping... ");
+
+  NetworkConfig* config = GetNetworkConfig();
+  NetworkResult* result = GetNetworkResult();
+  ErrorDetail* detail = GetErrorDetail();
+  INetworkControl* network = GetNetworkControl();
+  if (detail == nullptr) return kAuthResultInternalError;
+  if (config == nullptr || result == nullptr || network == nullptr) {
+    detail->Set("Null pointer(s) detected.");
+    return kAuthResultInternalError;
+  }
+
+  config->Reset();
+  result->Reset();
+  detail->Clear();
+  fed_auth_cookie_.Reset();
+
+  if (IsEmpty(site) || IsEmpty(rstr) || !IsSupportedProtocols(site)) return kAuthResultInvalidInput;
+
+  // The site may be given as a page with a query; the trust endpoint and the
+  // return address both hang off the site itself.
+  char* sanitized_site = SanitizeUrl(StrDup(site));
+  Logger::LogFormat(kLogLevelDebug, "SharePointAdfs::AuthenticateByRstr - Sanitized URL: %s",
+                    sanitized_site, nullptr, nullptr, nullptr, nullptr);
+
+  // The RSTR goes whole, line ends included, as one form field.
+  char* escaped_rstr = network->Escape(rstr);
+  if (escaped_rstr == nullptr) {
+    StrFree(&sanitized_site);
+    detail->Set(kNullHandleText);
+    return kAuthResultInternalError;
+  }
+
+  Logger::Log(kLogLevelDebug, "SharePointAdfs::AuthenticateByRstr - Authenticating ...");
+  ConfigureCommonProperties(sanitized_site);
+
+  char* trust_url = nullptr;
+  JoinUrl(&trust_url, sanitized_site, GetServiceEndpoint());
+  config->SetUrl(trust_url);
+  config->ClearHeaders();
+  config->AddHeader("Content-Type", "application/x-www-form-urlencoded");
+
+  // wctx is an absolute URL escaped as one text, so the "%2F" of the default
+  // path reaches the site as "%252F" and comes back to it decoded once.
+  char* wctx_url = nullptr;
+  JoinUrl(&wctx_url, sanitized_site, GetWctx());
+  char* escaped_wctx = wctx_url != nullptr ? network->Escape(wctx_url) : nullptr;
+
+  bool escaped = escaped_wctx != nullptr;
+  if (escaped) {
+    char* form = AdfsUtil::BuildSigninForm(escaped_wctx, escaped_rstr);
+    config->SetPostData(form);
+    StrFree(&form);
+  }
+
+  StrFree(&trust_url);
+  StrFree(&wctx_url);
+  StrFree(&sanitized_site);
+  if (escaped_wctx != nullptr) network->FreeEscaped(escaped_wctx);
+  network->FreeEscaped(escaped_rstr);
+
+  if (!escaped) {
+    detail->Set(kNullHandleText);
+    return kAuthResultInternalError;
+  }
+
+  AuthResult sent = network->Exec(config, result);
+  if (sent != kAuthResultOk) {
+    detail->Set(result->GetErrorMsg());
+    return sent;
+  }
+
+  Logger::Log(kLogLevelDebug, "SharePointAdfs::AuthenticateByRstr - Processing result ...");
+  // No redirect is followed: a 302 that sets the cookie is the usual success.
+  int code = result->GetResponseCode();
+  if (code == 0) {
+    detail->Set("Unexpected HTTP response code.  Response code: ", code);
+    return kAuthResultHttpError;
+  }
+  if (code >= 400 && code <= 599) {
+    detail->Set("HTTP error reported.  Response code: ", code);
+    return kAuthResultHttpError;
+  }
+
+  for (const CookieNode* node = result->GetCookies(); node != nullptr; node = node->next) {
+    const Cookie* cookie = node->cookie;
+    if (cookie == nullptr || cookie->GetName() == nullptr) continue;
+    if (std::strcmp(cookie->GetName(), "FedAuth") == 0) {
+      Cookie::Copy(&fed_auth_cookie_, cookie);
+      break;
+    }
+  }
+  // An empty value still counts: only a missing cookie is a failure.
+  if (fed_auth_cookie_.GetValue() == nullptr) {
+    detail->Set("FedAuth cookie not found.");
+    return kAuthResultAuthFailed;
+  }
+
+  config->Reset();
+  result->Reset();
+  return kAuthResultOk;
+}
+
+}  // namespace Auth
+}  // namespace Vantrel

@@ -1,0 +1,28 @@
+#include "BinaryTokenCredential.h"
+
+#include <utility>
+
+#include "AdfsUtil.h"
+#include "RegexUtil.h"
+#include "StringUtil.h"
+
+namespace Vantrel {
+namespace Auth {
+
+BinaryTokenCredential::BinaryTokenCredential(std::string token) : token_(std::move(token)) {}
+
+BinaryTokenCredential::~BinaryTokenCredential() {}
+
+// Pasted into the request as it stands; no line feed follows it.
+std::string BinaryTokenCredential::GetSamlCredential() const { return token_; }
+
+std::string BinaryTokenCredential::GetTokenValue() const {
+  char* value = RegexFirstCapture(token_.c_str(), AdfsUtil::regex_str_binarysecuritytoken_);
+  if (value == nullptr) return std::string();
+  std::string result(value);
+  StrFree(&value);
+  return result;
+}
+
+}  // namespace Auth
+}  // namespace Vantrel
