@@ -1,6 +1,7 @@
 #include "AuthBase.h"
 
 #include <cstring>
+#include <memory>
 
 #include "AuthEngineConfig.h"
 #include "ErrorDetail.h"
@@ -28,9 +29,14 @@ AuthBase::AuthBase(INetworkControl* network_control)
       ssl_verify_cert_(true),
       service_endpoint_(nullptr),
       ssl_version_(kSslVersionDefault) {
-  network_config_ = new NetworkConfig();
-  network_result_ = new NetworkResult();
-  error_detail_ = new ErrorDetail(AuthEngineConfig::GetDefaultBufferSize());
+  // Held in smart pointers until all three exist, so that a failed allocation
+  // of a later one doesn't leak the earlier ones on its way to the caller.
+  std::unique_ptr<NetworkConfig> config(new NetworkConfig());
+  std::unique_ptr<NetworkResult> result(new NetworkResult());
+  std::unique_ptr<ErrorDetail> detail(new ErrorDetail(AuthEngineConfig::GetDefaultBufferSize()));
+  network_config_ = config.release();
+  network_result_ = result.release();
+  error_detail_ = detail.release();
 }
 
 // The transport is never touched here: an AuthEngine deletes it first.
@@ -114,6 +120,9 @@ const ErrorDetail* AuthBase::GetErrorDetail() const { return error_detail_; }
 ErrorDetail* AuthBase::GetErrorDetail() { return error_detail_; }
 
 bool AuthBase::IsSupportedProtocols(const char* url) {
+  // Callers test for null with IsEmpty first; a null that slips through is
+  // refused rather than dereferenced.
+  if (url == nullptr) url = "";
   if (StartsWith(url, "http://") || StartsWith(url, "https://")) return true;
   error_detail_->Set("Only http or https is supported. URL: ", url);
   return false;

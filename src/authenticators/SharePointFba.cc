@@ -1,0 +1,157 @@
+#include "SharePointFba.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "CookieNode.h"
+#include "ErrorDetail.h"
+#include "INetworkControl.h"
+#include "Logger.h"
+#include "NetworkConfig.h"
+#include "NetworkResult.h"
+#include "StringUtil.h"
+#include "UrlUtil.h"
+
+namespace Vantrel {
+namespace Auth {
+namespace {
+
+// The Login call of the SharePoint authentication web service. User and
+// password go in byte for byte, never XML-escaped: a host whose values need
+// escaping does it before handing them in, and nothing is escaped twice.
+const char kLoginBody[] =
+    "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+    "<soap:Envelope xmlns:soap=\"http://schemas.xmlsoap.org/soap/envelope/\" "
+    "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+    "xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\">\n"
+    "   <soap:Body>\n"
+    "       <Login xmlns=\"http://schemas.microsoft.com/sharepoint/soap/\">\n"
+    "       <username>%s</username>\n"
+    "       <password>%s</password>\n"
+    "       </Login>\n"
+    "   </soap:Body>\n"
+    "</soap:Envelope>";
+
+// The buffer is sized from this, so it must stay the template's exact length.
+constexpr size_t kLoginBodyLength = 403;
+static_assert(sizeof(kLoginBody) - 1 == kLoginBodyLength, "Login template changed length");
+
+const char kSoapAction[] = "\"http://schemas.microsoft.com/sharepoint/soap/Login\"";
+const char kContentType[] = "text/xml; charset=utf-8";
+const char kFedAuthName[] = "FedAuth";
+
+}  // namespace
+
+const char* const SharePointFba::default_service_endpoint_ = "_vti_bin/authentication.asmx";
+
+SharePointFba::SharePointFba(INetworkControl* network_control)
+    : AuthBase(network_control), fed_auth_cookie_() {
+  Logger::Log(kLogLevelInfo, "SharePointFba::SharePointFba(...)");
+  fed_auth_cookie_.Reset();
+  SetServiceEndpoint(default_service_endpoint_);
+}
+
+SharePointFba::~SharePointFba() { Logger::Log(kLogLevelInfo, "SharePointFba::~SharePointFba()"); }
+
+AuthResult SharePointFba::Authenticate(const char* site, const char* user, const char* password) {
+  const char* has_password = YesNo(password != nullptr && password[0] != '\0');
+  Logger::LogFormat(kLogLevelInfo, "SharePointFba::Authenticate - Site: %s, User: %s, Pwd avail: %s",
+                    site, user, has_password, nullptr, nullptr);
+
+  NetworkConfig* config = GetNetworkConfig();
+  NetworkResult* result = GetNetworkResult();
+  ErrorDetail* detail = GetErrorDetail();
+  INetworkControl* transport = GetNetworkControl();
+
+  if (config == nullptr || result == nullptr || transport == nullptr || detail == nullptr) {
+    if (detail != nullptr) detail->Set("Null pointer(s) detected.");
+    return kAuthResultInternalError;
+  }
+
+  config->Reset();
+  result->Reset();
+  detail->Clear();
+  fed_auth_cookie_.Reset();
+
+  Logger::Log(kLogLevelDebug, "SharePointFba::Authenticate - Validating inputs... ");
+  // An empty user or password is a legitimate (if doomed) attempt; only a
+  // missing one is refused. The site gets the stricter tests below.
+  if (user == nullptr || password == nullptr) {
+    detail->Set("At least one of the required input string is null.");
+    return kAuthResultInvalidInput;
+  }
+  if (IsEmpty(site)) return kAuthResultInvalidInput;
+  if (!IsSupportedProtocols(site)) return kAuthResultInvalidInput;
+
+  char* site_url = nullptr;
+  StrAssign(&site_url, site);
+  site_url = SanitizeUrl(site_url);
+  Logger::LogFormat(kLogLevelDebug, "SharePointFba::Authenticate - Sanitized URL: %s", site_url,
+                    nullptr, nullptr, nullptr, nullptr);
+
+  size_t body_size = kLoginBodyLength + std::strlen(user) + std::strlen(password) + 1;
+  char* body = new char[body_size];
+  std::snprintf(body, body_size, kLoginBody, user, password);
+
+  Logger::Log(kLogLevelDebug, "SharePointFba::Authenticate - Authenticating ... ");
+  ConfigureCommonProperties(site_url);
+
+  char* request_url = nullptr;
+  JoinUrl(&request_url, site_url, GetServiceEndpoint());
+  config->SetUrl(request_url);
+  StrFree(&request_url);
+
+  config->ClearHeaders();
+  config->AddHeader("SOAPAction", kSoapAction);
+  config->AddHeader("Content-Type", kContentType);
+
+  config->SetPostData(body);
+  delete[] body;
+  StrFree(&site_url);
+
+  AuthResult exec_result = transport->Exec(config, result);
+  if (exec_result != kAuthResultOk) {
+    detail->Set(result->GetErrorMsg());
+    return exec_result;
+  }
+
+  Logger::Log(kLogLevelDebug, "SharePointFba::Authenticate - Processing result ... ");
+  int code = result->GetResponseCode();
+  if (code == 0) {
+    detail->Set("Unexpected HTTP response code.  Response code: ", code);
+    return kAuthResultHttpError;
+  }
+  if (code >= 400 && code <= 599) {
+    detail->Set("HTTP error reported.  Response code: ", code);
+    return kAuthResultHttpError;
+  }
+  // A refused password still comes back with a success code; the body is not
+  // worth reading, because only the cookie tells the two apart reliably.
+
+  // The list is newest first, so of two FedAuth cookies the one libcurl
+  // listed last wins. The name must match exactly: "fedauth" or "FedAuthX"
+  // is some other cookie.
+  for (CookieNode* node = result->GetCookies(); node != nullptr; node = node->next) {
+    const Cookie* cookie = node->cookie;
+    if (cookie == nullptr || cookie->GetName() == nullptr) continue;
+    if (std::strcmp(cookie->GetName(), kFedAuthName) == 0) {
+      Cookie::Copy(&fed_auth_cookie_, cookie);
+      break;
+    }
+  }
+  if (fed_auth_cookie_.GetValue() == nullptr) {
+    detail->Set("FedAuth cookie not found.");
+    return kAuthResultAuthFailed;
+  }
+
+  config->Reset();
+  result->Reset();
+  return kAuthResultOk;
+}
+
+const Cookie* SharePointFba::GetFedAuthCookie() const {
+  return fed_auth_cookie_.GetValue() != nullptr ? &fed_auth_cookie_ : nullptr;
+}
+
+}  // namespace Auth
+}  // namespace Vantrel

@@ -1,0 +1,82 @@
+#include "AuthEngine.h"
+
+#include "Adfs.h"
+#include "Logger.h"
+#include "NetworkControlLibcurl.h"
+#include "Ntlm.h"
+#include "Office365.h"
+#include "SharePointAdfs.h"
+#include "SharePointFba.h"
+#include "SharePointOffice365.h"
+
+namespace Vantrel {
+namespace Auth {
+
+AuthEngine::AuthEngine()
+    : network_control_(nullptr),
+      ntlm_(nullptr),
+      share_point_fba_(nullptr),
+      adfs_(nullptr),
+      share_point_adfs_(nullptr),
+      office365_(nullptr),
+      share_point_office365_(nullptr) {
+  Logger::Log(kLogLevelInfo, "AuthEngine::AuthEngine()");
+  network_control_ = new NetworkControlLibcurl();
+}
+
+// The transport goes first, so no authenticator destructor can reach it: they
+// only borrowed it, and a host-constructed authenticator must not depend on
+// one being alive either.
+AuthEngine::~AuthEngine() {
+  Logger::Log(kLogLevelInfo, "AuthEngine::~AuthEngine()");
+  delete network_control_;
+  network_control_ = nullptr;
+  delete ntlm_;
+  delete share_point_fba_;
+  delete adfs_;
+  delete share_point_adfs_;
+  delete office365_;
+  delete share_point_office365_;
+}
+
+// Each accessor creates its authenticator once and hands out the same object
+// for the engine's life, so options set through one pointer are seen through
+// every later one.
+Vantrel::Auth::Ntlm* AuthEngine::Ntlm() {
+  if (ntlm_ == nullptr) ntlm_ = new Vantrel::Auth::Ntlm(network_control_);
+  return ntlm_;
+}
+
+Vantrel::Auth::SharePointFba* AuthEngine::SharePointFba() {
+  if (share_point_fba_ == nullptr) {
+    share_point_fba_ = new Vantrel::Auth::SharePointFba(network_control_);
+  }
+  return share_point_fba_;
+}
+
+Vantrel::Auth::Adfs* AuthEngine::Adfs() {
+  if (adfs_ == nullptr) adfs_ = new Vantrel::Auth::Adfs(network_control_);
+  return adfs_;
+}
+
+Vantrel::Auth::SharePointAdfs* AuthEngine::SharePointAdfs() {
+  if (share_point_adfs_ == nullptr) {
+    share_point_adfs_ = new Vantrel::Auth::SharePointAdfs(network_control_);
+  }
+  return share_point_adfs_;
+}
+
+Vantrel::Auth::Office365* AuthEngine::Office365() {
+  if (office365_ == nullptr) office365_ = new Vantrel::Auth::Office365(network_control_);
+  return office365_;
+}
+
+Vantrel::Auth::SharePointOffice365* AuthEngine::SharePointOffice365() {
+  if (share_point_office365_ == nullptr) {
+    share_point_office365_ = new Vantrel::Auth::SharePointOffice365(network_control_);
+  }
+  return share_point_office365_;
+}
+
+}  // namespace Auth
+}  // namespace Vantrel

@@ -1,0 +1,59 @@
+// Fixture for tests that sign in over the wire: a fresh emulator on loopback
+// per test and an AuthEngine whose libcurl transport talks to it.
+//
+//   TEST_F(EmulatorTest, ...) {
+//     emulator_.Enqueue(Response::Text(200, "..."));
+//     engine_->SharePointFba()->Authenticate(Http("/sites/a").c_str(), ...);
+//     Request sent = OnlyRequest();
+//   }
+#ifndef VANTREL_TESTS_SUPPORT_EMULATOR_TEST_H_
+#define VANTREL_TESTS_SUPPORT_EMULATOR_TEST_H_
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "AuthEngine.h"
+#include "emulator/emulator.h"
+
+namespace Vantrel {
+namespace Auth {
+namespace testing {
+
+class EmulatorTest : public ::testing::Test {
+ protected:
+  // Once per process is what the library asks for; later calls are no-ops.
+  static void SetUpTestSuite() { ASSERT_EQ(AuthEngine::GlobalInit(), kAuthResultOk); }
+
+  void SetUp() override {
+    std::string error;
+    ASSERT_TRUE(emulator_.Start(&error)) << error;
+    engine_ = std::make_unique<AuthEngine>();
+  }
+
+  void TearDown() override {
+    engine_.reset();
+    emulator_.Stop();
+  }
+
+  std::string Http(const std::string& path) const { return emulator_.HttpUrl(path); }
+  std::string Https(const std::string& path) const { return emulator_.HttpsUrl(path); }
+
+  // The single request the emulator saw; fails the test if there were others.
+  Emulation::Request OnlyRequest() const {
+    std::vector<Emulation::Request> requests = emulator_.Requests();
+    EXPECT_EQ(requests.size(), 1u);
+    return requests.empty() ? Emulation::Request() : requests.back();
+  }
+
+  Emulation::Emulator emulator_;
+  std::unique_ptr<AuthEngine> engine_;
+};
+
+}  // namespace testing
+}  // namespace Auth
+}  // namespace Vantrel
+
+#endif  // VANTREL_TESTS_SUPPORT_EMULATOR_TEST_H_
