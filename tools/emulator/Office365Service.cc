@@ -112,8 +112,8 @@ Response UserRealm(const Office365ServiceOptions& options, const Request& reques
   std::string login = request.QueryParam("login").value_or("");
   const Office365Account* account = FindAccount(options, login);
   std::string type = account != nullptr ? account->namespace_type : "Unknown";
-  std::string domain = login.substr(login.find('@') == std::string::npos ? login.size()
-                                                                          : login.find('@') + 1);
+  std::string domain =
+      login.substr(login.find('@') == std::string::npos ? login.size() : login.find('@') + 1);
   std::string body = "{\"State\":" + std::string(type == "Federated" ? "3" : "4") +
                      ",\"UserState\":" + (type == "Federated" ? "2" : "1") + ",\"Login\":\"" +
                      JsonEscape(login) + "\"";
@@ -144,14 +144,14 @@ std::string FederatedUser(const Office365ServiceOptions& options, const std::str
 }
 
 Response TokenService(const Office365ServiceOptions& options,
-                      const std::shared_ptr<Office365ServiceState>& state,
-                      const Request& request) {
+                      const std::shared_ptr<Office365ServiceState>& state, const Request& request) {
   const std::string& body = request.body;
   std::string to = Capture(body, "<[^<>]*:To(?:\\s[^<>]*)?>([^<]*)</");
   if (to != AddressedUrl(request)) {
     state->NoteRefused();
-    return Fault(500, "wsa:DestinationUnreachable",
-                 "The message addressed to '" + to + "' arrived at '" + AddressedUrl(request) + "'.");
+    return Fault(
+        500, "wsa:DestinationUnreachable",
+        "The message addressed to '" + to + "' arrived at '" + AddressedUrl(request) + "'.");
   }
   std::string realm =
       Capture(body, "<[^<>]*AppliesTo[^<>]*>[\\s\\S]*?<[^<>]*Address[^<>]*>([^<]*)</");
@@ -186,8 +186,8 @@ Response TokenService(const Office365ServiceOptions& options,
     token_element = BposAssertion(user, realm);
   } else {
     Office365ServiceState::Token token = state->Issue(user, realm);
-    token_element = "<wsse:BinarySecurityToken Id=\"Compact0\">" + token.value +
-                    "</wsse:BinarySecurityToken>";
+    token_element =
+        "<wsse:BinarySecurityToken Id=\"Compact0\">" + token.value + "</wsse:BinarySecurityToken>";
   }
   return Response::Text(200, Rstr(realm, token_element), "application/soap+xml; charset=utf-8");
 }

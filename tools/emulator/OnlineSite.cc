@@ -11,7 +11,8 @@ namespace Vantrel {
 namespace Emulation {
 namespace {
 
-const char kGetSiteAndWebAction[] = "\"http://schemas.microsoft.com/sharepoint/soap/GetSiteAndWeb\"";
+const char kGetSiteAndWebAction[] =
+    "\"http://schemas.microsoft.com/sharepoint/soap/GetSiteAndWeb\"";
 
 bool EndsWithIgnoreCase(const std::string& text, const std::string& tail) {
   return text.size() >= tail.size() &&
@@ -148,8 +149,8 @@ std::vector<ProbeHop> StandardChain(const std::string& host, const std::string& 
 std::string OnlineSiteState::Issue(const std::string& user) {
   static std::atomic<unsigned> serial{0};
   char value[48];
-  std::snprintf(value, sizeof value, "77u/PD94%08lx%04x", static_cast<unsigned long>(std::time(nullptr)),
-                serial.fetch_add(1) & 0xffffu);
+  std::snprintf(value, sizeof value, "77u/PD94%08lx%04x",
+                static_cast<unsigned long>(std::time(nullptr)), serial.fetch_add(1) & 0xffffu);
   std::lock_guard<std::mutex> lock(mutex_);
   sessions_.emplace_back(value, user);
   return value;

@@ -5,6 +5,9 @@
 //                    [--fba-site PATH [--fba-account USER:PASSWORD]...]
 //                    [--adfs-server PATH [--adfs-account USER:PASSWORD]...]
 //                    [--trust-site PATH [--trust-realm URN]]
+//                    [--online-site HOST]... [--online-bpos-site HOST]...
+//                    [--office365-account ADDRESS:PASSWORD]...
+//                    [--office365-federated ADDRESS:AUTHURL]...
 //
 // Serves until SIGTERM or SIGINT and exits 0. Prints one line per request:
 // method, host, target and status. --ready-file receives "http_port https_port"
@@ -17,9 +20,12 @@
 #include <cstring>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "emulator/AdfsServer.h"
 #include "emulator/FbaSite.h"
+#include "emulator/Office365Service.h"
+#include "emulator/OnlineSite.h"
 #include "emulator/TrustSite.h"
 #include "emulator/emulator.h"
 
@@ -41,6 +47,11 @@ struct Flags {
   bool adfs_accounts_given = false;
   bool trust_site = false;
   Vantrel::Emulation::TrustSiteOptions trust;
+  // The Office 365 sign-in service comes with the first online site or account.
+  bool office365 = false;
+  Vantrel::Emulation::Office365ServiceOptions office365_service;
+  bool office365_accounts_given = false;
+  std::vector<Vantrel::Emulation::OnlineSiteOptions> online_sites;
 };
 
 void Usage(const char* program) {
@@ -50,6 +61,9 @@ void Usage(const char* program) {
                "       [--fba-site PATH [--fba-account USER:PASSWORD]...]\n"
                "       [--adfs-server PATH [--adfs-account USER:PASSWORD]...]\n"
                "       [--trust-site PATH [--trust-realm URN]]\n"
+               "       [--online-site HOST]... [--online-bpos-site HOST]...\n"
+               "       [--office365-account ADDRESS:PASSWORD]... "
+               "[--office365-federated ADDRESS:AUTHURL]...\n"
                "  ports default to 0, which lets the system pick free ones\n",
                program);
 }
@@ -105,6 +119,30 @@ bool ParseFlags(int argc, char** argv, Flags* flags) {
       flags->trust.site_path = std::string(value) == "/" ? "" : value;
     } else if (flag == "--trust-realm") {
       flags->trust.realm = value;
+    } else if (flag == "--online-site" || flag == "--online-bpos-site") {
+      // A SharePoint Online site under its real host name, reached through
+      // the proxy; the sign-in service answers for its realm.
+      Vantrel::Emulation::OnlineSiteOptions site;
+      site.host = value;
+      site.bpos_converted = flag == "--online-bpos-site";
+      flags->online_sites.push_back(site);
+      flags->office365 = true;
+    } else if (flag == "--office365-account" || flag == "--office365-federated") {
+      // Replaces the service's default account; repeat for several. A
+      // federated account names its ADFS sign-in page instead of a password.
+      const char* colon = std::strchr(value, ':');
+      if (colon == nullptr || colon == value) return false;
+      if (!flags->office365_accounts_given) flags->office365_service.accounts.clear();
+      flags->office365_accounts_given = true;
+      flags->office365 = true;
+      Vantrel::Emulation::Office365Account account;
+      if (flag == "--office365-account") {
+        account.password = colon + 1;
+      } else {
+        account.namespace_type = "Federated";
+        account.auth_url = colon + 1;
+      }
+      flags->office365_service.accounts[std::string(value, colon)] = account;
     } else {
       // Flags that install endpoint families (sites, token services) go here.
       return false;
@@ -123,6 +161,16 @@ void InstallEndpoints(const Flags& flags, Emulator* emulator) {
     Vantrel::Emulation::TrustSiteOptions trust = flags.trust;
     trust.adfs = adfs;
     Vantrel::Emulation::InstallTrustSite(emulator, trust);
+  }
+  if (flags.office365) {
+    // The service takes the assertions of the emulated ADFS server, the
+    // federation partner of every federated account.
+    Vantrel::Emulation::Office365ServiceOptions service = flags.office365_service;
+    if (flags.adfs_server) service.trusted_issuers.push_back(flags.adfs.issuer);
+    auto state = Vantrel::Emulation::InstallOffice365Service(emulator, service);
+    for (const auto& site : flags.online_sites) {
+      Vantrel::Emulation::InstallOnlineSite(emulator, site, state);
+    }
   }
 }
 

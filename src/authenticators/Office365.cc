@@ -1,0 +1,99 @@
+#include "Office365.h"
+
+#include "AdfsUtil.h"
+#include "ErrorDetail.h"
+#include "Logger.h"
+#include "Office365Endpoints.h"
+#include "RealmDiscovery.h"
+#include "StringUtil.h"
+#include "UrlUtil.h"
+
+namespace Vantrel {
+namespace Auth {
+
+const char* const Office365::default_service_endpoint_ = "extSTS.srf";
+
+Office365::Office365(INetworkControl* network_control)
+    : AdfsImpl(network_control), server_(nullptr) {
+  Logger::Log(kLogLevelInfo, "Office365::Office365(...)");
+  SetServiceEndpoint(default_service_endpoint_);
+  server_ = StrDup(kDefaultOffice365Server);
+}
+
+Office365::~Office365() {
+  Logger::Log(kLogLevelInfo, "Office365::~Office365()");
+  StrFree(&server_);
+}
+
+AuthResult Office365::SetServer(const char* server) {
+  Logger::LogFormat(kLogLevelInfo, "Office365::SetServer - server: %s", server, nullptr, nullptr,
+                    nullptr, nullptr);
+  StrAssign(&server_, server);
+  return kAuthResultOk;
+}
+
+AuthResult Office365::GetServer(char* buffer, size_t* size) const {
+  CopyOut(buffer, size, server_);
+  return kAuthResultOk;
+}
+
+AuthResult Office365::Authenticate(const char* realm, ICredential* credential) {
+  Logger::LogFormat(kLogLevelInfo, "Office365::Authenticate - Realm: %s, Credential avail: %s",
+                    realm, YesNo(credential != nullptr), nullptr, nullptr, nullptr);
+
+  char* sanitized = SanitizeUrl(StrDup(realm));
+  Logger::LogFormat(kLogLevelDebug, "Office365::Authenticate - Sanitized realm URL: %s", sanitized,
+                    nullptr, nullptr, nullptr, nullptr);
+
+  char* found = nullptr;
+  FindRealmToUse(sanitized, &found);
+  StrFree(&sanitized);
+  // A realm taken from a redirect's wreply may carry a page or query too.
+  found = SanitizeUrl(found);
+
+  if (found == nullptr || found[0] == '\0') {
+    StrFree(&found);
+    if (ErrorDetail* detail = GetErrorDetail()) detail->Set("Realm is not valid.");
+    return kAuthResultInvalidInput;
+  }
+
+  AuthResult result = AuthenticateHelper(server_, found, credential);
+  StrFree(&found);
+  if (result != kAuthResultOk) return result;
+
+  // The helper accepts any RSTR; only one with a binary token can be carried
+  // on to SharePoint Online. Sites converted from BPOS answer without one.
+  char* token = AdfsUtil::ExtractBinarySecurityToken(GetRstr());
+  bool has_token = token != nullptr && token[0] != '\0';
+  StrFree(&token);
+  if (has_token) return kAuthResultOk;
+
+  if (ErrorDetail* detail = GetErrorDetail()) {
+    detail->Set(
+        "RSTR is found but no binary security token, meaning it is a BPOS converted Office365 "
+        "site, and not supported.");
+  }
+  return kAuthResultBposNotSupported;
+}
+
+// The token is not kept on its own: it is taken out of the RSTR at each read,
+// so it can never disagree with what GetRstr hands out.
+void Office365::GetBinarySecurityToken(char* buffer, size_t* size) const {
+  char* token = AdfsUtil::ExtractBinarySecurityToken(GetRstr());
+  CopyOut(buffer, size, token);
+  StrFree(&token);
+}
+
+size_t Office365::getBinarySecurityTokenSize() const {
+  size_t size = 0;
+  GetBinarySecurityToken(nullptr, &size);
+  return size;
+}
+
+void Office365::FindRealmToUse(const char* realm_url, char** result) {
+  DiscoverRealm("Office365", realm_url, result, GetNetworkConfig(), GetNetworkResult(),
+                GetNetworkControl(), [this](const char* url) { ConfigureCommonProperties(url); });
+}
+
+}  // namespace Auth
+}  // namespace Vantrel

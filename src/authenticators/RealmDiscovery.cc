@@ -1,0 +1,80 @@
+#include "RealmDiscovery.h"
+
+#include "AdfsUtil.h"
+#include "AuthEngineConfig.h"
+#include "INetworkControl.h"
+#include "Logger.h"
+#include "NetworkConfig.h"
+#include "NetworkResult.h"
+#include "RegexUtil.h"
+#include "StringUtil.h"
+#include "UrlUtil.h"
+
+namespace Vantrel {
+namespace Auth {
+namespace {
+
+const char* const kLocationHeader = "Location";
+const char* const kFormsAuthHeader = "X-Forms_Based_Auth_Required";
+
+// The realm is the wreply value of a Location, which sites send encoded twice;
+// a value encoded once survives the second pass. Null when there is none.
+char* WreplyOf(const char* location) {
+  char* decoded = UrlDecode(UrlDecode(StrDup(location)));
+  char* capture = RegexFirstCapture(decoded, AdfsUtil::regex_str_wreply_);
+  StrFree(&decoded);
+  if (capture != nullptr && capture[0] == '\0') StrFree(&capture);
+  return capture;
+}
+
+}  // namespace
+
+void DiscoverRealm(const char* class_name, const char* realm_url, char** result,
+                   NetworkConfig* config, NetworkResult* network_result, INetworkControl* control,
+                   const std::function<void(const char*)>& configure) {
+  Logger::LogFormat(kLogLevelInfo,
+                    "%s::FindRealmToUse - Check if there is any redirect from realm URL: %s",
+                    class_name, realm_url, nullptr, nullptr, nullptr);
+  StrAssign(result, realm_url);
+
+  // Office365::Authenticate reaches us before its attempt frame has looked at
+  // the transport; without one, the frame behind us reports the missing parts.
+  char* current = StrDup(realm_url);
+  bool usable = config != nullptr && network_result != nullptr && control != nullptr;
+  int count = 0;
+  bool found = false;
+  while (usable && current != nullptr && count < AuthEngineConfig::GetMaxRedirect() && !found) {
+    config->Reset();
+    configure(current);
+    config->SetUrl(current);
+    // Probes ask for SSL 3 whatever the host chose for its own requests.
+    config->SetSslVersion(kSslVersionSsl3);
+    network_result->Reset();
+    // Advice only: a failed probe simply brings no redirect headers.
+    control->Exec(config, network_result);
+
+    const char* location = network_result->GetHeader(kLocationHeader);
+    const char* forms = network_result->GetHeader(kFormsAuthHeader);
+    if (location != nullptr) {
+      char* realm = WreplyOf(location);
+      if (realm != nullptr) {
+        StrAssign(result, realm);
+        found = true;
+      }
+      StrFree(&realm);
+    }
+    if (!found) {
+      // The raw header value, not the decoded copy, and not resolved against
+      // `current`: a relative hop is requested as it stands.
+      StrAssign(&current, forms != nullptr ? forms : location);
+    }
+    ++count;
+  }
+
+  Logger::LogFormat(kLogLevelInfo, "%s::FindRealmToUse - Result realm URL: %s", class_name, *result,
+                    nullptr, nullptr, nullptr);
+  StrFree(&current);
+}
+
+}  // namespace Auth
+}  // namespace Vantrel

@@ -1,0 +1,310 @@
+#include "SharePointOffice365.h"
+
+#include <cstring>
+
+#include "BinaryTokenCredential.h"
+#include "CookieNode.h"
+#include "ErrorDetail.h"
+#include "INetworkControl.h"
+#include "Logger.h"
+#include "NetworkConfig.h"
+#include "NetworkResult.h"
+#include "Office365Endpoints.h"
+#include "RealmDiscovery.h"
+#include "RegexUtil.h"
+#include "StringUtil.h"
+#include "UrlUtil.h"
+
+namespace Vantrel {
+namespace Auth {
+namespace {
+
+const char* const kSiteDataService = "_vti_bin/SiteData.asmx";
+const char* const kGetSiteAndWebAction =
+    "\"http://schemas.microsoft.com/sharepoint/soap/GetSiteAndWeb\"";
+
+// Byte for byte what SiteData expects; the uneven indent of strUrl is part of
+// it. One placeholder: the realm URL, unescaped.
+const char* const kGetSiteAndWebEnvelope =
+    "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+    "<soap:Envelope xmlns:soap=\"http://schemas.xmlsoap.org/soap/envelope/\" "
+    "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+    "xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\">\n"
+    "   <soap:Body>\n"
+    "       <GetSiteAndWeb xmlns=\"http://schemas.microsoft.com/sharepoint/soap/\">\n"
+    "       <strUrl>%s</strUrl>\n"
+    "       </GetSiteAndWeb>\n"
+    "   </soap:Body>\n"
+    "</soap:Envelope>";
+
+const char* const regex_str_namespace_type_ = "\"NameSpaceType\":\\s*\"(.+?)\"";
+const char* const regex_str_auth_url_ = "\"AuthURL\":\\s*\"(.+?)\"";
+
+char* FormatEnvelope(const char* url) {
+  const char* placeholder = std::strstr(kGetSiteAndWebEnvelope, "%s");
+  size_t head = static_cast<size_t>(placeholder - kGetSiteAndWebEnvelope);
+  std::string body(kGetSiteAndWebEnvelope, head);
+  body += url != nullptr ? url : "";
+  body += placeholder + 2;
+  return StrDup(body.c_str());
+}
+
+bool NameIs(const Cookie* cookie, const char* name) {
+  return std::strcmp(cookie->GetName(), name) == 0;
+}
+
+}  // namespace
+
+const char* const SharePointOffice365::default_service_endpoint_ =
+    "_forms/default.aspx?wa=wsignin1.0";
+
+SharePointOffice365::SharePointOffice365(INetworkControl* network_control)
+    : AuthBase(network_control) {
+  Logger::Log(kLogLevelInfo, "SharePointOffice365::SharePointOffice365(...)");
+  SetServiceEndpoint(default_service_endpoint_);
+  SetSslVersion(kSslVersionSsl3);
+}
+
+SharePointOffice365::~SharePointOffice365() {
+  Logger::Log(kLogLevelInfo, "SharePointOffice365::~SharePointOffice365()");
+}
+
+const Cookie* SharePointOffice365::GetFedAuthCookie() const {
+  return fed_auth_cookie_.GetValue() != nullptr ? &fed_auth_cookie_ : nullptr;
+}
+
+const Cookie* SharePointOffice365::GetRtfaCookie() const {
+  return rtfa_cookie_.GetValue() != nullptr ? &rtfa_cookie_ : nullptr;
+}
+
+AuthResult SharePointOffice365::Authenticate(const char* site, const ICredential* credential) {
+  Logger::LogFormat(kLogLevelInfo,
+                    "SharePointOffice365::AuthenticateByBinarySecurityToken - Site: %s, Credential "
+                    "avail: %s",
+                    site, YesNo(credential != nullptr), nullptr, nullptr, nullptr);
+  Logger::Log(kLogLevelDebug,
+              "SharePointOffice365::AuthenticateByBinarySecurityToken - Validating inputs... ");
+
+  NetworkConfig* config = GetNetworkConfig();
+  NetworkResult* result = GetNetworkResult();
+  ErrorDetail* detail = GetErrorDetail();
+  INetworkControl* control = GetNetworkControl();
+  if (detail == nullptr) return kAuthResultInternalError;
+  if (config == nullptr || result == nullptr || control == nullptr) {
+    detail->Set("Null pointer(s) detected.");
+    return kAuthResultInternalError;
+  }
+  config->Reset();
+  result->Reset();
+  detail->Clear();
+  fed_auth_cookie_.Reset();
+  rtfa_cookie_.Reset();
+
+  if (IsEmpty(site)) return kAuthResultInvalidInput;
+  if (!IsSupportedProtocols(site)) return kAuthResultInvalidInput;
+
+  char* url = nullptr;
+  FindRealmToUse(site, &url);
+  url = SanitizeUrl(url);
+  Logger::LogFormat(kLogLevelDebug,
+                    "SharePointOffice365::AuthenticateByBinarySecurityToken - Sanitized URL: %s",
+                    url, nullptr, nullptr, nullptr, nullptr);
+
+  // GetSiteAndWeb names the site collection that signs in, which may lie
+  // above the realm. Its answer is advice: without one the realm is used.
+  Logger::Log(kLogLevelDebug,
+              "SharePointOffice365::AuthenticateByBinarySecurityToken - Calling GetSiteAndWeb to "
+              "get URL for authentication .... ");
+  ConfigureCommonProperties(url);
+  char* soap_url = nullptr;
+  JoinUrl(&soap_url, url, kSiteDataService);
+  config->SetUrl(soap_url);
+  config->ClearHeaders();
+  config->AddHeader("SOAPAction", kGetSiteAndWebAction);
+  config->AddHeader("Content-Type", "text/xml; charset=utf-8");
+  char* envelope = FormatEnvelope(url);
+  config->SetPostData(envelope);
+  StrFree(&envelope);
+  StrFree(&soap_url);
+  control->Exec(config, result);
+
+  std::string body = result->GetBody();
+  char* str_site = EscapeSpaces(ExtractXmlElement(body.c_str(), "strSite", false));
+  char* str_web = EscapeSpaces(ExtractXmlElement(body.c_str(), "strWeb", false));
+  Logger::LogFormat(kLogLevelDebug,
+                    "SharePointOffice365::AuthenticateByBinarySecurityToken - GetSiteAndWeb "
+                    "result: site: %s, web: %s",
+                    str_site, str_web, nullptr, nullptr, nullptr);
+  StrFree(&str_web);
+
+  Logger::Log(kLogLevelDebug,
+              "SharePointOffice365::AuthenticateByBinarySecurityToken - Authenticating .... ");
+  const char* base = (str_site != nullptr && str_site[0] != '\0') ? str_site : url;
+  char* auth_url = nullptr;
+  JoinUrl(&auth_url, base, GetServiceEndpoint());
+  ConfigureCommonProperties(auth_url);
+  Logger::LogFormat(kLogLevelDebug,
+                    "SharePointOffice365::AuthenticateByBinarySecurityToken - URL for auth: %s",
+                    auth_url, nullptr, nullptr, nullptr, nullptr);
+  config->SetUrl(auth_url);
+  config->ClearHeaders();
+  config->AddHeader("Content-Type", "application/x-www-form-urlencoded");
+
+  // Checked only now, after the advisory exchanges, so that a wrong credential
+  // costs the same requests as a right one.
+  const BinaryTokenCredential* token = dynamic_cast<const BinaryTokenCredential*>(credential);
+  if (token == nullptr) {
+    StrFree(&url);
+    StrFree(&str_site);
+    StrFree(&auth_url);
+    detail->Set(
+        "Invalid credential supplied to SharePointOffice365::Authenticate.  Only "
+        "BinaryTokenCredential is supported.");
+    return kAuthResultInternalError;
+  }
+  // The sign-in page takes the token value ("t=...") as the whole body, not
+  // as a form field: nothing is encoded.
+  config->SetPostData(token->GetTokenValue().c_str());
+  StrFree(&url);
+  StrFree(&str_site);
+  StrFree(&auth_url);
+
+  AuthResult exec = control->Exec(config, result);
+  if (exec != kAuthResultOk) {
+    detail->Set(result->GetErrorMsg());
+    return exec;
+  }
+
+  Logger::Log(kLogLevelDebug,
+              "SharePointOffice365::AuthenticateByBinarySecurityToken - Processing authentication "
+              "result .... ");
+  int code = result->GetResponseCode();
+  if (code == 0) {
+    detail->Set("Unexpected HTTP response code.  Response code: ", code);
+    return kAuthResultHttpError;
+  }
+  if (code >= 400 && code <= 599) {
+    detail->Set("HTTP error reported.  Response code: ", code);
+    return kAuthResultHttpError;
+  }
+
+  // The list is newest first, so walking it to the end leaves the cookie that
+  // arrived first when a name repeats.
+  for (CookieNode* node = result->GetCookies(); node != nullptr; node = node->next) {
+    const Cookie* cookie = node->cookie;
+    if (cookie == nullptr || cookie->GetName() == nullptr) continue;
+    if (NameIs(cookie, "FedAuth")) Cookie::Copy(&fed_auth_cookie_, cookie);
+    if (NameIs(cookie, "rtFa")) Cookie::Copy(&rtfa_cookie_, cookie);
+  }
+  if (fed_auth_cookie_.GetValue() == nullptr) {
+    detail->Set("FedAuth cookie not found.");
+    return kAuthResultAuthFailed;
+  }
+
+  config->Reset();
+  result->Reset();
+  return kAuthResultOk;
+}
+
+AuthResult SharePointOffice365::GetAuthTarget(std::string email,
+                                              SharePointOffice365AuthNamespace& auth_type,
+                                              std::string& auth_url) {
+  NetworkConfig* config = GetNetworkConfig();
+  NetworkResult* result = GetNetworkResult();
+  ErrorDetail* detail = GetErrorDetail();
+  INetworkControl* control = GetNetworkControl();
+  Logger::Log(kLogLevelDebug, "SharePointOffice365::GetAuthTarget - Validating Inputs .... ");
+  if (detail == nullptr) return kAuthResultInternalError;
+  if (config == nullptr || result == nullptr || control == nullptr) {
+    detail->Set("Null pointer(s) detected.");
+    return kAuthResultInternalError;
+  }
+  config->Reset();
+  result->Reset();
+  detail->Clear();
+
+  if (email.empty()) return kAuthResultInvalidInput;
+
+  Logger::Log(kLogLevelDebug, "SharePointOffice365::GetAuthTarget - Encoding Email Address .... ");
+  char* encoded = UrlEncode(StrDup(email.c_str()));
+  std::string url = kGetUserRealmUrl;
+  url += encoded != nullptr ? encoded : "";
+  StrFree(&encoded);
+
+  Logger::Log(kLogLevelDebug, "SharePointOffice365::GetAuthTarget - Preparing Request .... ");
+  ConfigureCommonProperties(url.c_str());
+  config->SetUrl(url.c_str());
+  config->ClearHeaders();
+
+  Logger::Log(kLogLevelDebug, "SharePointOffice365::GetAuthTarget - Performing Request .... ");
+  // A failed or refused request leaves a body without the field, which is
+  // reported below like any answer that names no namespace.
+  control->Exec(config, result);
+  std::string body = result->GetBody();
+
+  Logger::Log(kLogLevelDebug,
+              "SharePointOffice365::GetAuthTarget - Extracting Auth Namespace Type .... ");
+  char* name = RegexFirstCapture(body.c_str(), regex_str_namespace_type_);
+  if (name == nullptr) {
+    Logger::Log(kLogLevelDebug,
+                "SharePointOffice365::GetAuthTarget - No Auth Namespace was found .... ");
+    auth_type = kAuthNamespaceUnknown;
+    detail->Set("Could not find Office 365 Auth Namespace Type");
+    return kAuthResultInternalError;
+  }
+  Logger::LogFormat(kLogLevelDebug, "SharePointOffice365::GetAuthTarget - Found Namespace %s", name,
+                    nullptr, nullptr, nullptr, nullptr);
+
+  // The value is compared exactly: the service writes these three words so,
+  // and anything else is not a namespace this library knows how to follow.
+  if (std::strcmp(name, "Unknown") == 0) {
+    auth_type = kAuthNamespaceUnknown;
+  } else if (std::strcmp(name, "Managed") == 0) {
+    auth_type = kAuthNamespaceManaged;
+    auth_url = kDefaultOffice365Server;
+  } else if (std::strcmp(name, "Federated") == 0) {
+    auth_type = kAuthNamespaceFederated;
+    char* found = RegexFirstCapture(body.c_str(), regex_str_auth_url_);
+    if (found == nullptr) {
+      // Worded like the missing-namespace case: in both the service's answer
+      // lacks the field the host needs to go on.
+      Logger::Log(kLogLevelDebug,
+                  "SharePointOffice365::GetAuthTarget - No Auth URL was found .... ");
+      StrFree(&name);
+      detail->Set("Could not find Office 365 Auth URL for a Federated namespace");
+      return kAuthResultInternalError;
+    }
+    // What Adfs needs is the server's base URL; it adds its own endpoint.
+    char* target = StripAdfsLsEndpoint(SanitizeUrl(found));
+    auth_url = target != nullptr ? target : "";
+    StrFree(&target);
+  } else {
+    detail->Set("Unsupported Office 365 Auth Namespace Type", name);
+    StrFree(&name);
+    return kAuthResultInternalError;
+  }
+
+  Logger::LogFormat(kLogLevelDebug,
+                    "SharePointOffice365::GetAuthTarget - Returning Successfully with auth_url: "
+                    "%s, auth_type",
+                    auth_url.c_str(), nullptr, nullptr, nullptr, nullptr);
+  StrFree(&name);
+  return kAuthResultOk;
+}
+
+void SharePointOffice365::FindRealmToUse(const char* realm_url, char** result) {
+  DiscoverRealm("SharePointOffice365", realm_url, result, GetNetworkConfig(), GetNetworkResult(),
+                GetNetworkControl(), [this](const char* url) { ConfigureCommonProperties(url); });
+}
+
+char* SharePointOffice365::StripAdfsLsEndpoint(char* url) {
+  char* capture = RegexFirstCapture(url, "(.*?)/adfs/ls");
+  if (capture != nullptr) {
+    StrAssign(&url, capture);
+    StrFree(&capture);
+  }
+  return url;
+}
+
+}  // namespace Auth
+}  // namespace Vantrel

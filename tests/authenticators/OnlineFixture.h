@@ -1,0 +1,130 @@
+// What the SharePoint Online tests share: the sign-in service and a site
+// under their real host names, reached through the emulator's proxy, and a
+// transport that lets a test see what each request asked of libcurl.
+#ifndef VANTREL_TESTS_AUTHENTICATORS_ONLINE_FIXTURE_H_
+#define VANTREL_TESTS_AUTHENTICATORS_ONLINE_FIXTURE_H_
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "AuthBase.h"
+#include "AuthEngineConfig.h"
+#include "ICredential.h"
+#include "INetworkControl.h"
+#include "NetworkControlLibcurl.h"
+#include "emulator/AdfsServer.h"
+#include "emulator/Office365Service.h"
+#include "emulator/OnlineSite.h"
+#include "support/EmulatorTest.h"
+
+namespace Vantrel {
+namespace Auth {
+namespace testing {
+
+constexpr char kSignInHost[] = "login.microsoftonline.com";
+constexpr char kSiteHost[] = "contoso.sharepoint.com";
+constexpr char kRealm[] = "https://contoso.sharepoint.com";
+constexpr char kSite[] = "https://contoso.sharepoint.com/sites/team";
+constexpr char kManagedUser[] = "adele@contoso.com";
+constexpr char kManagedPassword[] = "Spring-2024";
+
+// The real transport, with a note of what each request asked for: the SSL
+// version is decided in the request description and can't be seen on the
+// wire, since this libcurl refuses SSL 3 and falls back to its default.
+class RecordingTransport : public INetworkControl {
+ public:
+  struct Sent {
+    std::string url;
+    SslVersion ssl_version;
+  };
+
+  AuthResult Exec(NetworkConfig* config, NetworkResult* result) override {
+    sent_.push_back({config->GetUrl() != nullptr ? config->GetUrl() : "", config->GetSslVersion()});
+    return real_.Exec(config, result);
+  }
+  char* Escape(const char* text) override { return real_.Escape(text); }
+  void FreeEscaped(char* text) override { real_.FreeEscaped(text); }
+
+  const std::vector<Sent>& sent() const { return sent_; }
+
+ private:
+  NetworkControlLibcurl real_;
+  std::vector<Sent> sent_;
+};
+
+struct DeleteCredential {
+  void operator()(ICredential* credential) const { delete credential; }
+};
+using CredentialPtr = std::unique_ptr<ICredential, DeleteCredential>;
+
+class OnlineTest : public EmulatorTest {
+ protected:
+  void SetUp() override {
+    EmulatorTest::SetUp();
+    AuthEngineConfig::SetProxy(emulator_.ProxyUrl().c_str());
+  }
+
+  void TearDown() override {
+    AuthEngineConfig::SetProxy(nullptr);
+    EmulatorTest::TearDown();
+  }
+
+  // The sign-in service, then a site that registers its realm with it.
+  void InstallService(Emulation::Office365ServiceOptions options = {}) {
+    service_options_ = std::move(options);
+    service_ = Emulation::InstallOffice365Service(&emulator_, service_options_);
+  }
+  void InstallSite(Emulation::OnlineSiteOptions options = {}) {
+    site_ = Emulation::InstallOnlineSite(&emulator_, options, service_);
+  }
+
+  // Every authenticator of these tests talks TLS to names the emulator's CA
+  // vouches for, with both checks left on.
+  void Trust(AuthBase* authenticator) const {
+    authenticator->SetCaFile(emulator_.CaFile().c_str());
+  }
+
+  static std::string Detail(const AuthBase& authenticator) {
+    char buffer[512];
+    size_t size = sizeof buffer;
+    authenticator.GetLastErrorDetail(buffer, &size);
+    return buffer;
+  }
+
+  // A text handed out by the buffer protocol, asked for at its full size.
+  template <typename Getter>
+  static std::string Fetch(Getter getter) {
+    size_t size = 0;
+    getter(nullptr, &size);
+    if (size == 0) return "";
+    std::string text(size, '\0');
+    getter(&text[0], &size);
+    text.resize(size - 1);
+    return text;
+  }
+
+  // "METHOD host target" of each request the emulator answered, in order.
+  std::vector<std::string> RequestLines() const {
+    std::vector<std::string> lines;
+    for (const Emulation::Request& request : emulator_.Requests()) {
+      lines.push_back(request.method + " " + request.Host() + " " + request.target);
+    }
+    return lines;
+  }
+
+  Emulation::Office365ServiceOptions service_options_;
+  std::shared_ptr<Emulation::Office365ServiceState> service_;
+  std::shared_ptr<Emulation::OnlineSiteState> site_;
+};
+
+}  // namespace testing
+}  // namespace Auth
+}  // namespace Vantrel
+
+#endif  // VANTREL_TESTS_AUTHENTICATORS_ONLINE_FIXTURE_H_
