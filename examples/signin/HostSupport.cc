@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iostream>
 
+using Vantrel::Auth::AdfsImpl;
 using Vantrel::Auth::AuthBase;
 using Vantrel::Auth::AuthEngine;
 using Vantrel::Auth::AuthEngineConfig;
@@ -134,17 +135,33 @@ void WipePassword(std::string* password) {
   password->clear();
 }
 
-LibraryScope::LibraryScope(const Options& options) {
+FlowSetup::FlowSetup(const Options& options) {
+  std::string error;
+  if (!ReadPassword(options, &password_, &error)) {
+    std::fprintf(stderr, "signin: %s\n", error.c_str());
+    exit_status_ = kExitHostError;
+    return;
+  }
   // Logging first, so that everything after it, GlobalInit included, is seen.
   if (options.verbose) {
     AuthEngineConfig::SetLoggerCallback(LogToStderr);
     AuthEngineConfig::SetLogLevel(Vantrel::Auth::kLogLevelDebug);
   }
   if (!options.proxy.empty()) AuthEngineConfig::SetProxy(options.proxy.c_str());
-  init_result_ = AuthEngine::GlobalInit();
+  library_started_ = true;
+  AuthResult init = AuthEngine::GlobalInit();
+  if (init != Vantrel::Auth::kAuthResultOk) {
+    WipePassword(&password_);
+    std::fprintf(stderr, "signin: the library could not be initialised (%d)\n",
+                 static_cast<int>(init));
+    exit_status_ = ExitStatusFor(init);
+  }
 }
 
-LibraryScope::~LibraryScope() { AuthEngine::GlobalCleanup(); }
+FlowSetup::~FlowSetup() {
+  WipePassword(&password_);
+  if (library_started_) AuthEngine::GlobalCleanup();
+}
 
 void ApplyTlsOptions(const Options& options, AuthBase* authenticator) {
   if (!options.ca_file.empty()) authenticator->SetCaFile(options.ca_file.c_str());
@@ -202,4 +219,26 @@ bool WriteCookieJar(const Options& options, const std::vector<const Cookie*>& co
     return false;
   }
   return true;
+}
+
+int FinishSignIn(const Options& options, const std::vector<const Cookie*>& cookies,
+                 const std::string& through, const std::string& how) {
+  std::string error;
+  if (!WriteCookieJar(options, cookies, &error)) {
+    std::fprintf(stderr, "signin: %s\n", error.c_str());
+    return kExitHostError;
+  }
+  std::fprintf(stderr, "signin: signed in to %s%s as %s%s%s%s\n", options.site.c_str(),
+               through.c_str(), options.user.c_str(), how.c_str(),
+               options.cookie_jar.empty() ? "" : "; cookies in ", options.cookie_jar.c_str());
+  return kExitOk;
+}
+
+std::string ReadRstr(const AdfsImpl& authenticator) {
+  size_t size = 0;
+  authenticator.GetRstr(nullptr, &size);
+  std::string rstr(size, '\0');
+  if (size > 0) authenticator.GetRstr(&rstr[0], &size);
+  rstr.resize(std::strlen(rstr.c_str()));
+  return rstr;
 }

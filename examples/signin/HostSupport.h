@@ -29,20 +29,27 @@ bool ReadPassword(const Options& options, std::string* password, std::string* er
 // Overwrites the password's bytes before the string lets go of them.
 void WipePassword(std::string* password);
 
-// Brackets the library's global state for the life of a flow: applies
-// --verbose and --proxy, then GlobalInit; the destructor runs GlobalCleanup.
-// Construct it before the AuthEngine and let it die after.
-class LibraryScope {
+// What every flow starts with, and the bracket of the library's global
+// state for its life: ReadPassword, then --verbose and --proxy applied and
+// GlobalInit; the destructor wipes the password and runs GlobalCleanup. When
+// a step fails, the reason is on standard error, ok() is false and
+// exit_status() is what the flow returns. Construct it before the AuthEngine
+// and let it die after.
+class FlowSetup {
  public:
-  explicit LibraryScope(const Options& options);
-  ~LibraryScope();
-  LibraryScope(const LibraryScope&) = delete;
-  LibraryScope& operator=(const LibraryScope&) = delete;
+  explicit FlowSetup(const Options& options);
+  ~FlowSetup();
+  FlowSetup(const FlowSetup&) = delete;
+  FlowSetup& operator=(const FlowSetup&) = delete;
 
-  Vantrel::Auth::AuthResult init_result() const { return init_result_; }
+  bool ok() const { return exit_status_ == kExitOk; }
+  int exit_status() const { return exit_status_; }
+  std::string& password() { return password_; }
 
  private:
-  Vantrel::Auth::AuthResult init_result_;
+  std::string password_;
+  bool library_started_ = false;
+  int exit_status_ = kExitOk;
 };
 
 // --ca-file and --insecure, for any authenticator.
@@ -58,5 +65,14 @@ int ReportFailure(Vantrel::Auth::AuthEngine& engine, Vantrel::Auth::AuthResult r
 // that is empty. Null entries are skipped. False, with `error`, on I/O failure.
 bool WriteCookieJar(const Options& options,
                     const std::vector<const Vantrel::Auth::Cookie*>& cookies, std::string* error);
+
+// The end of a sign-in that worked: WriteCookieJar, then "signin: signed in to
+// <site><through> as <user><how>" and where the jar went, on standard error.
+// kExitOk, or kExitHostError after reporting a jar that couldn't be written.
+int FinishSignIn(const Options& options, const std::vector<const Vantrel::Auth::Cookie*>& cookies,
+                 const std::string& through, const std::string& how);
+
+// The RSTR an authenticator holds; a bearer token, so the caller wipes it.
+std::string ReadRstr(const Vantrel::Auth::AdfsImpl& authenticator);
 
 #endif  // VANTREL_EXAMPLES_SIGNIN_HOST_SUPPORT_H_

@@ -5,7 +5,6 @@
 #include <VantrelAuthEngine.h>
 
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <string>
 
@@ -13,7 +12,6 @@
 #include "HostSupport.h"
 
 using Vantrel::Auth::Adfs;
-using Vantrel::Auth::AdfsImpl;
 using Vantrel::Auth::AuthEngine;
 using Vantrel::Auth::AuthResult;
 using Vantrel::Auth::CredentialFactory;
@@ -30,16 +28,6 @@ struct DeleteCredential {
 };
 using Credential = std::unique_ptr<ICredential, DeleteCredential>;
 
-// The RSTR by the buffer protocol: ask for the size, then fetch.
-std::string ReadRstr(const AdfsImpl& authenticator) {
-  size_t size = 0;
-  authenticator.GetRstr(nullptr, &size);
-  std::string rstr(size, '\0');
-  if (size > 0) authenticator.GetRstr(&rstr[0], &size);
-  rstr.resize(std::strlen(rstr.c_str()));
-  return rstr;
-}
-
 // A credential from an RSTR; the text is a bearer token, so it is wiped.
 Credential FromRstr(std::string rstr) {
   Credential credential(CredentialFactory::CreateCredentialFromRstr(rstr));
@@ -55,20 +43,9 @@ int Refused(const char* what) {
 }  // namespace
 
 int RunOnline(const Options& options) {
-  std::string password;
-  std::string error;
-  if (!ReadPassword(options, &password, &error)) {
-    std::fprintf(stderr, "signin: %s\n", error.c_str());
-    return kExitHostError;
-  }
-
-  LibraryScope library(options);
-  if (library.init_result() != Vantrel::Auth::kAuthResultOk) {
-    WipePassword(&password);
-    std::fprintf(stderr, "signin: the library could not be initialised (%d)\n",
-                 static_cast<int>(library.init_result()));
-    return ExitStatusFor(library.init_result());
-  }
+  FlowSetup setup(options);
+  if (!setup.ok()) return setup.exit_status();
+  std::string& password = setup.password();
 
   // The authenticators, the credentials handed to them and the cookies all
   // belong to (or borrow from) the engine: everything ends inside this scope.
@@ -137,13 +114,7 @@ int RunOnline(const Options& options) {
     return ReportFailure(engine, result, *online, "token hand-over to the site");
   }
 
-  // rtFa may be missing; WriteCookieJar skips a null entry.
-  if (!WriteCookieJar(options, {online->GetFedAuthCookie(), online->GetRtfaCookie()}, &error)) {
-    std::fprintf(stderr, "signin: %s\n", error.c_str());
-    return kExitHostError;
-  }
-  std::fprintf(stderr, "signin: signed in to %s as %s (%s)%s%s\n", options.site.c_str(),
-               options.user.c_str(), how.c_str(), options.cookie_jar.empty() ? "" : "; cookies in ",
-               options.cookie_jar.c_str());
-  return kExitOk;
+  // rtFa may be missing; a null entry is skipped.
+  return FinishSignIn(options, {online->GetFedAuthCookie(), online->GetRtfaCookie()}, "",
+                      " (" + how + ")");
 }

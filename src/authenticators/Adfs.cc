@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "AttemptSteps.h"
 #include "CredentialFactory.h"
 #include "ICredential.h"
 #include "Logger.h"
@@ -29,7 +30,7 @@ AuthResult Adfs::AuthenticateByUser(const char* adfs_url, const char* realm, con
   Logger::LogFormat(
       kLogLevelInfo,
       "Adfs::AuthenticateByUser - ADFS server: %s, Realm: %s, User: %s, Pwd avail: %s", adfs_url,
-      realm, user, YesNo(password != nullptr && password[0] != '\0'), nullptr);
+      realm, user, AvailFlag(password), nullptr);
   // A null user or password can't become a credential. Passing no credential
   // on still runs the attempt's resets and yields the null-input failure.
   std::unique_ptr<ICredential> credential;

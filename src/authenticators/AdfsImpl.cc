@@ -3,6 +3,7 @@
 #include <string>
 
 #include "AdfsUtil.h"
+#include "AttemptSteps.h"
 #include "ErrorDetail.h"
 #include "ICredential.h"
 #include "INetworkControl.h"
@@ -36,15 +37,7 @@ AuthResult AdfsImpl::AuthenticateHelper(const char* server_url, const char* real
   NetworkResult* result = GetNetworkResult();
   ErrorDetail* detail = GetErrorDetail();
   INetworkControl* network = GetNetworkControl();
-  if (detail == nullptr) return kAuthResultInternalError;
-  if (config == nullptr || result == nullptr || network == nullptr) {
-    detail->Set("Null pointer(s) detected.");
-    return kAuthResultInternalError;
-  }
-
-  config->Reset();
-  result->Reset();
-  detail->Clear();
+  if (!BeginAttempt(config, result, detail, network)) return kAuthResultInternalError;
   StrFree(&rstr_);
 
   // Null before empty, URL before realm: a host sees the first thing it got
@@ -90,23 +83,13 @@ AuthResult AdfsImpl::AuthenticateHelper(const char* server_url, const char* real
   StrFree(&envelope);
   StrFree(&request_url);
 
-  AuthResult sent = network->Exec(config, result);
-  if (sent != kAuthResultOk) {
-    detail->Set(result->GetErrorMsg());
-    return sent;
-  }
+  AuthResult sent = SendRequest(network, config, result, detail);
+  if (sent != kAuthResultOk) return sent;
 
   Logger::Log(kLogLevelDebug, "AdfsImpl::AuthenticateHelper - Process authentication result .... ");
   // A refused request's body (a SOAP fault) isn't read: the code says enough.
-  int code = result->GetResponseCode();
-  if (code == 0) {
-    detail->Set("Unexpected HTTP response code.  Response code: ", code);
-    return kAuthResultHttpError;
-  }
-  if (code >= 400 && code <= 599) {
-    detail->Set("HTTP error reported.  Response code: ", code);
-    return kAuthResultHttpError;
-  }
+  AuthResult judged = CheckResponseCode(result, detail);
+  if (judged != kAuthResultOk) return judged;
 
   std::string body = result->GetBody();
   if (body.empty()) {

@@ -1,9 +1,7 @@
 #include "SharePointAdfs.h"
 
-#include <cstring>
-
 #include "AdfsUtil.h"
-#include "CookieNode.h"
+#include "AttemptSteps.h"
 #include "ErrorDetail.h"
 #include "INetworkControl.h"
 #include "Logger.h"
@@ -59,7 +57,7 @@ const Cookie* SharePointAdfs::GetFedAuthCookie() const {
 
 AuthResult SharePointAdfs::AuthenticateByRstr(const char* site, const char* rstr) {
   Logger::LogFormat(kLogLevelInfo, "SharePointAdfs::AuthenticateByRstr - Site: %s, RSTR avail: %s",
-                    site, YesNo(rstr != nullptr && rstr[0] != '\0'), nullptr, nullptr, nullptr);
+                    site, AvailFlag(rstr), nullptr, nullptr, nullptr);
   Logger::Log(kLogLevelDebug,
               "SharePointAdfs::AuthenticateByRstr - Validating inputs and prepping... ");
 
@@ -67,15 +65,7 @@ AuthResult SharePointAdfs::AuthenticateByRstr(const char* site, const char* rstr
   NetworkResult* result = GetNetworkResult();
   ErrorDetail* detail = GetErrorDetail();
   INetworkControl* network = GetNetworkControl();
-  if (detail == nullptr) return kAuthResultInternalError;
-  if (config == nullptr || result == nullptr || network == nullptr) {
-    detail->Set("Null pointer(s) detected.");
-    return kAuthResultInternalError;
-  }
-
-  config->Reset();
-  result->Reset();
-  detail->Clear();
+  if (!BeginAttempt(config, result, detail, network)) return kAuthResultInternalError;
   fed_auth_cookie_.Reset();
 
   if (IsEmpty(site) || IsEmpty(rstr) || !IsSupportedProtocols(site)) return kAuthResultInvalidInput;
@@ -127,32 +117,15 @@ AuthResult SharePointAdfs::AuthenticateByRstr(const char* site, const char* rstr
     return kAuthResultInternalError;
   }
 
-  AuthResult sent = network->Exec(config, result);
-  if (sent != kAuthResultOk) {
-    detail->Set(result->GetErrorMsg());
-    return sent;
-  }
+  AuthResult sent = SendRequest(network, config, result, detail);
+  if (sent != kAuthResultOk) return sent;
 
   Logger::Log(kLogLevelDebug, "SharePointAdfs::AuthenticateByRstr - Processing result ...");
   // No redirect is followed: a 302 that sets the cookie is the usual success.
-  int code = result->GetResponseCode();
-  if (code == 0) {
-    detail->Set("Unexpected HTTP response code.  Response code: ", code);
-    return kAuthResultHttpError;
-  }
-  if (code >= 400 && code <= 599) {
-    detail->Set("HTTP error reported.  Response code: ", code);
-    return kAuthResultHttpError;
-  }
+  AuthResult judged = CheckResponseCode(result, detail);
+  if (judged != kAuthResultOk) return judged;
 
-  for (const CookieNode* node = result->GetCookies(); node != nullptr; node = node->next) {
-    const Cookie* cookie = node->cookie;
-    if (cookie == nullptr || cookie->GetName() == nullptr) continue;
-    if (std::strcmp(cookie->GetName(), "FedAuth") == 0) {
-      Cookie::Copy(&fed_auth_cookie_, cookie);
-      break;
-    }
-  }
+  CopyFirstCookie(result->GetCookies(), "FedAuth", &fed_auth_cookie_);
   // An empty value still counts: only a missing cookie is a failure.
   if (fed_auth_cookie_.GetValue() == nullptr) {
     detail->Set("FedAuth cookie not found.");

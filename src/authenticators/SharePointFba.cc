@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "CookieNode.h"
+#include "AttemptSteps.h"
 #include "ErrorDetail.h"
 #include "INetworkControl.h"
 #include "Logger.h"
@@ -54,23 +54,14 @@ SharePointFba::SharePointFba(INetworkControl* network_control)
 SharePointFba::~SharePointFba() { Logger::Log(kLogLevelInfo, "SharePointFba::~SharePointFba()"); }
 
 AuthResult SharePointFba::Authenticate(const char* site, const char* user, const char* password) {
-  const char* has_password = YesNo(password != nullptr && password[0] != '\0');
   Logger::LogFormat(kLogLevelInfo, "SharePointFba::Authenticate - Site: %s, User: %s, Pwd avail: %s",
-                    site, user, has_password, nullptr, nullptr);
+                    site, user, AvailFlag(password), nullptr, nullptr);
 
   NetworkConfig* config = GetNetworkConfig();
   NetworkResult* result = GetNetworkResult();
   ErrorDetail* detail = GetErrorDetail();
   INetworkControl* transport = GetNetworkControl();
-
-  if (config == nullptr || result == nullptr || transport == nullptr || detail == nullptr) {
-    if (detail != nullptr) detail->Set("Null pointer(s) detected.");
-    return kAuthResultInternalError;
-  }
-
-  config->Reset();
-  result->Reset();
-  detail->Clear();
+  if (!BeginAttempt(config, result, detail, transport)) return kAuthResultInternalError;
   fed_auth_cookie_.Reset();
 
   Logger::Log(kLogLevelDebug, "SharePointFba::Authenticate - Validating inputs... ");
@@ -109,36 +100,17 @@ AuthResult SharePointFba::Authenticate(const char* site, const char* user, const
   delete[] body;
   StrFree(&site_url);
 
-  AuthResult exec_result = transport->Exec(config, result);
-  if (exec_result != kAuthResultOk) {
-    detail->Set(result->GetErrorMsg());
-    return exec_result;
-  }
+  AuthResult sent = SendRequest(transport, config, result, detail);
+  if (sent != kAuthResultOk) return sent;
 
   Logger::Log(kLogLevelDebug, "SharePointFba::Authenticate - Processing result ... ");
-  int code = result->GetResponseCode();
-  if (code == 0) {
-    detail->Set("Unexpected HTTP response code.  Response code: ", code);
-    return kAuthResultHttpError;
-  }
-  if (code >= 400 && code <= 599) {
-    detail->Set("HTTP error reported.  Response code: ", code);
-    return kAuthResultHttpError;
-  }
+  AuthResult judged = CheckResponseCode(result, detail);
+  if (judged != kAuthResultOk) return judged;
   // A refused password still comes back with a success code; the body is not
   // worth reading, because only the cookie tells the two apart reliably.
 
-  // The list is newest first, so of two FedAuth cookies the one libcurl
-  // listed last wins. The name must match exactly: "fedauth" or "FedAuthX"
-  // is some other cookie.
-  for (CookieNode* node = result->GetCookies(); node != nullptr; node = node->next) {
-    const Cookie* cookie = node->cookie;
-    if (cookie == nullptr || cookie->GetName() == nullptr) continue;
-    if (std::strcmp(cookie->GetName(), kFedAuthName) == 0) {
-      Cookie::Copy(&fed_auth_cookie_, cookie);
-      break;
-    }
-  }
+  // Of two FedAuth cookies the one libcurl listed last wins.
+  CopyFirstCookie(result->GetCookies(), kFedAuthName, &fed_auth_cookie_);
   if (fed_auth_cookie_.GetValue() == nullptr) {
     detail->Set("FedAuth cookie not found.");
     return kAuthResultAuthFailed;

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
+#include "AttemptSteps.h"
 #include "BinaryTokenCredential.h"
-#include "CookieNode.h"
 #include "ErrorDetail.h"
 #include "INetworkControl.h"
 #include "Logger.h"
@@ -49,10 +49,6 @@ char* FormatEnvelope(const char* url) {
   return StrDup(body.c_str());
 }
 
-bool NameIs(const Cookie* cookie, const char* name) {
-  return std::strcmp(cookie->GetName(), name) == 0;
-}
-
 }  // namespace
 
 const char* const SharePointOffice365::default_service_endpoint_ =
@@ -89,14 +85,7 @@ AuthResult SharePointOffice365::Authenticate(const char* site, const ICredential
   NetworkResult* result = GetNetworkResult();
   ErrorDetail* detail = GetErrorDetail();
   INetworkControl* control = GetNetworkControl();
-  if (detail == nullptr) return kAuthResultInternalError;
-  if (config == nullptr || result == nullptr || control == nullptr) {
-    detail->Set("Null pointer(s) detected.");
-    return kAuthResultInternalError;
-  }
-  config->Reset();
-  result->Reset();
-  detail->Clear();
+  if (!BeginAttempt(config, result, detail, control)) return kAuthResultInternalError;
   fed_auth_cookie_.Reset();
   rtfa_cookie_.Reset();
 
@@ -169,33 +158,19 @@ AuthResult SharePointOffice365::Authenticate(const char* site, const ICredential
   StrFree(&str_site);
   StrFree(&auth_url);
 
-  AuthResult exec = control->Exec(config, result);
-  if (exec != kAuthResultOk) {
-    detail->Set(result->GetErrorMsg());
-    return exec;
-  }
+  AuthResult sent = SendRequest(control, config, result, detail);
+  if (sent != kAuthResultOk) return sent;
 
   Logger::Log(kLogLevelDebug,
               "SharePointOffice365::AuthenticateByBinarySecurityToken - Processing authentication "
               "result .... ");
-  int code = result->GetResponseCode();
-  if (code == 0) {
-    detail->Set("Unexpected HTTP response code.  Response code: ", code);
-    return kAuthResultHttpError;
-  }
-  if (code >= 400 && code <= 599) {
-    detail->Set("HTTP error reported.  Response code: ", code);
-    return kAuthResultHttpError;
-  }
+  AuthResult judged = CheckResponseCode(result, detail);
+  if (judged != kAuthResultOk) return judged;
 
-  // The list is newest first, so walking it to the end leaves the cookie that
-  // arrived first when a name repeats.
-  for (CookieNode* node = result->GetCookies(); node != nullptr; node = node->next) {
-    const Cookie* cookie = node->cookie;
-    if (cookie == nullptr || cookie->GetName() == nullptr) continue;
-    if (NameIs(cookie, "FedAuth")) Cookie::Copy(&fed_auth_cookie_, cookie);
-    if (NameIs(cookie, "rtFa")) Cookie::Copy(&rtfa_cookie_, cookie);
-  }
+  // Unlike the other sign-ins this one keeps the last match in list order,
+  // which is the cookie that arrived first when a name repeats.
+  CopyLastCookie(result->GetCookies(), "FedAuth", &fed_auth_cookie_);
+  CopyLastCookie(result->GetCookies(), "rtFa", &rtfa_cookie_);
   if (fed_auth_cookie_.GetValue() == nullptr) {
     detail->Set("FedAuth cookie not found.");
     return kAuthResultAuthFailed;
@@ -214,14 +189,7 @@ AuthResult SharePointOffice365::GetAuthTarget(std::string email,
   ErrorDetail* detail = GetErrorDetail();
   INetworkControl* control = GetNetworkControl();
   Logger::Log(kLogLevelDebug, "SharePointOffice365::GetAuthTarget - Validating Inputs .... ");
-  if (detail == nullptr) return kAuthResultInternalError;
-  if (config == nullptr || result == nullptr || control == nullptr) {
-    detail->Set("Null pointer(s) detected.");
-    return kAuthResultInternalError;
-  }
-  config->Reset();
-  result->Reset();
-  detail->Clear();
+  if (!BeginAttempt(config, result, detail, control)) return kAuthResultInternalError;
 
   if (email.empty()) return kAuthResultInvalidInput;
 

@@ -3,21 +3,36 @@
 #include <cstdio>
 #include <cstring>
 
+#include "HeaderList.h"
 #include "Logger.h"
-#include "RegexUtil.h"
 #include "StringUtil.h"
 
 namespace Vantrel {
 namespace Auth {
 namespace {
 
-// Both searches are greedy in front of the tag, so both settle on the last
-// password element; the word may stand anywhere in the tag (a namespace
-// prefix, attributes) and the search ignores case.
-const char kPasswordPrefixPattern[] =
-    "^([^]*<[^<]*[Pp]assword[^>]*>)[^]*</[^<]*[Pp]assword[^>]*>[^]*$";
-const char kPasswordSuffixPattern[] =
-    "^[^]*<[^<]*[Pp]assword[^>]*>[^]*(</[^<]*[Pp]assword[^>]*>[^]*)$";
+// The password element is the one that the two searches
+//   prefix: ^([^]*<[^<]*[Pp]assword[^>]*>)[^]*</[^<]*[Pp]assword[^>]*>[^]*$
+//   suffix: ^[^]*<[^<]*[Pp]assword[^>]*>[^]*(</[^<]*[Pp]assword[^>]*>[^]*)$
+// (case-insensitive, "[^]" any byte, "$" only at the end) would find. A
+// backtracking engine spends time quadratic in the text on them, and far more
+// on texts full of unclosed tags; a request body can carry a token or an
+// assertion that a server made, so it is hostile text. FindPasswordElement
+// gives the same two captures in two linear passes, worked out from how the
+// searches backtrack:
+//   - A closing tag starts at c when "</" stands there, the first "password"
+//     at or after c+2 comes before the next "<", and some ">" follows that
+//     word. The greedy "[^]*" in front of the suffix's group makes c the last
+//     such place, c_last.
+//   - An opening tag is a "<", a "password" before the next "<", and the first
+//     ">" behind the word; it ends behind that ">". Any "<" before the word will
+//     do, since "[^<]*" then starts at the last one. The greedy "[^]*" in front
+//     of it tries the last word first, so the tag is the one of the last word
+//     whose tag ends at or before c_last.
+// Neither capture exists without the other: the prefix is text[0, end of that
+// opening tag), the suffix text[c_last, length).
+const char kWord[] = "password";
+const size_t kWordLength = sizeof(kWord) - 1;
 
 const char* SslVersionName(SslVersion version) {
   switch (version) {
@@ -69,19 +84,7 @@ const char* NetworkConfig::GetUrl() const { return url_; }
 HeaderNode* NetworkConfig::GetHeaders() const { return headers_; }
 
 void NetworkConfig::AddHeader(const char* name, const char* value) {
-  Header* header = new Header();
-  HeaderNode* node = nullptr;
-  try {
-    StrAssign(&header->name, name);
-    StrAssign(&header->value, value);
-    node = new HeaderNode();
-  } catch (...) {
-    delete header;
-    throw;
-  }
-  node->header = header;
-  node->next = headers_;
-  headers_ = node;
+  PushHeader(&headers_, name, value);
 }
 
 void NetworkConfig::ClearHeaders() {
@@ -115,15 +118,7 @@ void NetworkConfig::LogDump(const NetworkConfig* config) {
   }
   Logger::LogFormat(kLogLevelDebug, "%s - URL: %s", kWhere, config->url_, nullptr, nullptr,
                     nullptr);
-  Logger::LogFormat(kLogLevelDebug, "%s - Printing Header(s) .....", kWhere, nullptr, nullptr,
-                    nullptr, nullptr);
-  for (const HeaderNode* node = config->headers_; node != nullptr; node = node->next) {
-    if (node->header == nullptr) continue;
-    Logger::LogFormat(kLogLevelDebug, "%s - Header: %s: %s", kWhere, node->header->name,
-                      node->header->value, nullptr, nullptr);
-  }
-  Logger::LogFormat(kLogLevelDebug, "%s - Printing Header(s) - Done", kWhere, nullptr, nullptr,
-                    nullptr, nullptr);
+  LogHeaderList(kWhere, config->headers_);
   Logger::LogFormat(kLogLevelDebug, "%s - SSL Used: %s, Verf_host: %s, Verf_cert: %s", kWhere,
                     YesNo(config->ssl_used_), YesNo(config->verify_host_),
                     YesNo(config->verify_cert_), nullptr);
@@ -143,26 +138,73 @@ void NetworkConfig::LogDump(const NetworkConfig* config) {
   StrFree(&masked);
 }
 
-char* MaskPassword(char* text) {
-  if (text == nullptr) return text;
-  char* prefix = RegexFirstCapture(text, kPasswordPrefixPattern);
-  char* suffix = nullptr;
-  try {
-    suffix = RegexFirstCapture(text, kPasswordSuffixPattern);
-  } catch (...) {
-    StrFree(&prefix);
-    throw;
+namespace {
+
+bool IsPasswordWord(const char* text, size_t length, size_t at) {
+  if (length - at < kWordLength) return false;
+  for (size_t i = 0; i < kWordLength; ++i) {
+    char c = text[at + i];
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    if (c != kWord[i]) return false;
   }
-  if (prefix != nullptr && suffix != nullptr) {
-    size_t length = std::strlen(text);
-    // The masked text must never be longer than the original: it is written
-    // over it. An empty element fails this and is left as it is.
-    if (std::strlen(prefix) + std::strlen(suffix) + 1 <= length) {
-      std::snprintf(text, length + 1, "%s%s%s", prefix, "*", suffix);
+  return true;
+}
+
+// Finds the element that MaskPassword hides: its content is text[*content_start,
+// *content_end). False when the searches above would find nothing.
+bool FindPasswordElement(const char* text, size_t length, size_t* content_start,
+                         size_t* content_end) {
+  const size_t kNone = static_cast<size_t>(-1);
+  size_t last_gt = kNone;
+  size_t first_lt = kNone;
+  for (size_t i = 0; i < length; ++i) {
+    if (text[i] == '>') last_gt = i;
+    if (text[i] == '<' && first_lt == kNone) first_lt = i;
+  }
+  if (last_gt == kNone || first_lt == kNone) return false;
+
+  // Backwards, knowing the nearest word and the nearest "<" at or after i.
+  size_t closing = kNone;
+  size_t word_at = kNone;
+  size_t lt_at = kNone;
+  for (size_t i = length; i-- > 0;) {
+    if (IsPasswordWord(text, length, i)) word_at = i;
+    if (text[i] == '<') lt_at = i;
+    if (i >= 2 && text[i - 2] == '<' && text[i - 1] == '/' && word_at != kNone &&
+        (lt_at == kNone || word_at < lt_at) && word_at + kWordLength <= last_gt) {
+      closing = i - 2;
+      break;
     }
   }
-  StrFree(&prefix);
-  StrFree(&suffix);
+  if (closing == kNone) return false;
+
+  // Backwards again, knowing the nearest ">" at or after i + the word's length.
+  size_t gt_at = kNone;
+  for (size_t w = length; w-- > 0;) {
+    if (w + kWordLength < length && text[w + kWordLength] == '>') gt_at = w + kWordLength;
+    if (w <= first_lt) break;
+    if (gt_at != kNone && gt_at < closing && IsPasswordWord(text, length, w)) {
+      *content_start = gt_at + 1;
+      *content_end = closing;
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+char* MaskPassword(char* text) {
+  if (text == nullptr) return text;
+  size_t length = std::strlen(text);
+  size_t start = 0;
+  size_t end = 0;
+  // The masked text must never be longer than the original: it is written
+  // over it. An empty element fails this and is left as it is.
+  if (FindPasswordElement(text, length, &start, &end) && start < end) {
+    text[start] = '*';
+    std::memmove(text + start + 1, text + end, length - end + 1);
+  }
   return text;
 }
 

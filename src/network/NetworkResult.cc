@@ -5,6 +5,7 @@
 
 #include "AuthEngineConfig.h"
 #include "ErrorDetail.h"
+#include "HeaderList.h"
 #include "Logger.h"
 #include "StringUtil.h"
 
@@ -34,19 +35,7 @@ void NetworkResult::SetResponseCode(int code) { response_code_ = code; }
 int NetworkResult::GetResponseCode() const { return response_code_; }
 
 void NetworkResult::AddHeader(const char* name, const char* value) {
-  Header* header = new Header();
-  HeaderNode* node = nullptr;
-  try {
-    StrAssign(&header->name, name);
-    StrAssign(&header->value, value);
-    node = new HeaderNode();
-  } catch (...) {
-    delete header;
-    throw;
-  }
-  node->header = header;
-  node->next = headers_;
-  headers_ = node;
+  PushHeader(&headers_, name, value);
 }
 
 const char* NetworkResult::GetHeader(const char* name) const {
@@ -122,15 +111,7 @@ void NetworkResult::LogDump(const NetworkResult* result) {
   StrFree(&code);
   Logger::LogFormat(kLogLevelDebug, "%s - Error detail: %s", kWhere, result->GetErrorMsg(),
                     nullptr, nullptr, nullptr);
-  Logger::LogFormat(kLogLevelDebug, "%s - Printing Header(s) .....", kWhere, nullptr, nullptr,
-                    nullptr, nullptr);
-  for (const HeaderNode* node = result->headers_; node != nullptr; node = node->next) {
-    if (node->header == nullptr) continue;
-    Logger::LogFormat(kLogLevelDebug, "%s - Header: %s: %s", kWhere, node->header->name,
-                      node->header->value, nullptr, nullptr);
-  }
-  Logger::LogFormat(kLogLevelDebug, "%s - Printing Header(s) - Done", kWhere, nullptr, nullptr,
-                    nullptr, nullptr);
+  LogHeaderList(kWhere, result->headers_);
   Logger::LogFormat(kLogLevelDebug, "%s - Printing cookie(s) ..... ", kWhere, nullptr, nullptr,
                     nullptr, nullptr);
   for (const CookieNode* node = result->cookies_; node != nullptr; node = node->next) {

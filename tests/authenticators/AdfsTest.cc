@@ -17,6 +17,7 @@
 #include "SharePointAdfs.h"
 #include "emulator/AdfsServer.h"
 #include "emulator/TrustSite.h"
+#include "support/Authenticators.h"
 #include "support/EmulatorTest.h"
 #include "support/FakeNetworkControl.h"
 
@@ -32,29 +33,13 @@ const char kPassword[] = "Looking-Glass-7";
 const char kRealm[] = "urn:sharepoint:contoso";
 const char kEndpoint[] = "/adfs/services/trust/2005/usernamemixed";
 
-// Exposes what an attempt leaves in the request description.
-template <typename Base>
-class Probe : public Base {
- public:
-  using AuthBase::GetNetworkConfig;
-  using Base::Base;
-};
+using testing::Detail;
+using testing::Fetch;
+using testing::Probe;
 
-// A text handed out by the buffer protocol: the size first, then the text.
-template <typename Getter>
-std::string Read(Getter get) {
-  size_t size = 0;
-  get(nullptr, &size);
-  std::string text(size, '\0');
-  if (size > 0) get(&text[0], &size);
-  return text.c_str();
-}
-std::string Rstr(const AdfsImpl& a) { return Read([&](char* b, size_t* n) { a.GetRstr(b, n); }); }
+std::string Rstr(const AdfsImpl& a) { return Fetch([&](char* b, size_t* n) { a.GetRstr(b, n); }); }
 std::string Wctx(const SharePointAdfs& a) {
-  return Read([&](char* b, size_t* n) { a.GetWctx(b, n); });
-}
-std::string Detail(const AuthBase& a) {
-  return Read([&](char* b, size_t* n) { a.GetLastErrorDetail(b, n); });
+  return Fetch([&](char* b, size_t* n) { a.GetWctx(b, n); });
 }
 
 // Form-field encoding as libcurl does it, written out independently.

@@ -10,22 +10,17 @@
 #include "ErrorDetail.h"
 #include "NetworkConfig.h"
 #include "SharePointFba.h"
-#include "support/LogCapture.h"
+#include "support/Authenticators.h"
 #include "support/FakeNetworkControl.h"
+#include "support/LogCapture.h"
 
 namespace Vantrel {
 namespace Auth {
 namespace {
 
+using testing::Detail;
 using testing::FakeNetworkControl;
 using testing::ScopedLogCapture;
-
-std::string Detail(const AuthBase& authenticator) {
-  char buffer[512];
-  size_t size = sizeof(buffer);
-  authenticator.GetLastErrorDetail(buffer, &size);
-  return buffer;
-}
 
 TEST(AuthBaseTest, FreshOptionsAndTheirBufferGetters) {
   FakeNetworkControl transport;

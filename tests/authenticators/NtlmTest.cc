@@ -4,20 +4,15 @@
 #include <string>
 
 #include "Ntlm.h"
+#include "support/Authenticators.h"
 #include "support/FakeNetworkControl.h"
 
 namespace Vantrel {
 namespace Auth {
 namespace {
 
+using testing::Detail;
 using testing::FakeNetworkControl;
-
-std::string Detail(const AuthBase& authenticator) {
-  char buffer[256];
-  size_t size = sizeof(buffer);
-  authenticator.GetLastErrorDetail(buffer, &size);
-  return buffer;
-}
 
 // Leaves a detail text behind, as an earlier failed attempt would.
 class NtlmWithHistory : public Ntlm {

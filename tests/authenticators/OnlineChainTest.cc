@@ -69,10 +69,19 @@ class OnlineChainTest : public OnlineTest {
     return online->GetFedAuthCookie() != nullptr && online->GetRtfaCookie() != nullptr;
   }
 
-  std::vector<std::string> Probes(const std::string& host, const std::string& path) const {
+  // The requests of FinishAt on the wire: the realm probes of the site, the
+  // token service, the probes again, GetSiteAndWeb and the token post.
+  static std::vector<std::string> FinishLines(const std::string& host, const std::string& path) {
     const std::string tail = "?ReturnUrl=%2f_layouts%2f15%2fError.aspx&Source=%2f";
-    return {"GET " + host + " " + path, "GET " + host + " /_login/default.aspx" + tail,
-            "GET " + host + " /_forms/default.aspx" + tail};
+    const std::vector<std::string> probes = {"GET " + host + " " + path,
+                                             "GET " + host + " /_login/default.aspx" + tail,
+                                             "GET " + host + " /_forms/default.aspx" + tail};
+    std::vector<std::string> lines = probes;
+    lines.push_back("POST login.microsoftonline.com /extSTS.srf");
+    lines.insert(lines.end(), probes.begin(), probes.end());
+    lines.push_back("POST " + host + " /_vti_bin/SiteData.asmx");
+    lines.push_back("POST " + host + " /_forms/default.aspx?wa=wsignin1.0");
+    return lines;
   }
 };
 
@@ -90,11 +99,7 @@ TEST_F(OnlineChainTest, ManagedTenant) {
 
   std::vector<std::string> expected = {
       "GET login.microsoftonline.com /GetUserRealm.srf?handler=1&login=adele%40contoso%2Ecom"};
-  for (const std::string& probe : Probes(kSiteHost, "/sites/team")) expected.push_back(probe);
-  expected.push_back("POST login.microsoftonline.com /extSTS.srf");
-  for (const std::string& probe : Probes(kSiteHost, "/sites/team")) expected.push_back(probe);
-  expected.push_back("POST contoso.sharepoint.com /_vti_bin/SiteData.asmx");
-  expected.push_back("POST contoso.sharepoint.com /_forms/default.aspx?wa=wsignin1.0");
+  for (const std::string& line : FinishLines(kSiteHost, "/sites/team")) expected.push_back(line);
   EXPECT_EQ(RequestLines(), expected);
 }
 
@@ -120,13 +125,9 @@ TEST_F(OnlineChainTest, FederatedTenant) {
   std::vector<std::string> expected = {
       "GET login.microsoftonline.com /GetUserRealm.srf?handler=1&login=megan%40fabrikam%2Ecom",
       "POST adfs.fabrikam.com /adfs/services/trust/2005/usernamemixed"};
-  for (const std::string& probe : Probes("fabrikam.sharepoint.com", "/sites/sales"))
-    expected.push_back(probe);
-  expected.push_back("POST login.microsoftonline.com /extSTS.srf");
-  for (const std::string& probe : Probes("fabrikam.sharepoint.com", "/sites/sales"))
-    expected.push_back(probe);
-  expected.push_back("POST fabrikam.sharepoint.com /_vti_bin/SiteData.asmx");
-  expected.push_back("POST fabrikam.sharepoint.com /_forms/default.aspx?wa=wsignin1.0");
+  for (const std::string& line : FinishLines("fabrikam.sharepoint.com", "/sites/sales")) {
+    expected.push_back(line);
+  }
   EXPECT_EQ(RequestLines(), expected);
 
   // The token was issued for the federated user, on the strength of the

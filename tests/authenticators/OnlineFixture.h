@@ -6,8 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
-
 #include <memory>
 #include <string>
 #include <utility>
@@ -21,6 +19,7 @@
 #include "emulator/AdfsServer.h"
 #include "emulator/Office365Service.h"
 #include "emulator/OnlineSite.h"
+#include "support/Authenticators.h"
 #include "support/EmulatorTest.h"
 
 namespace Vantrel {
@@ -88,25 +87,6 @@ class OnlineTest : public EmulatorTest {
   // vouches for, with both checks left on.
   void Trust(AuthBase* authenticator) const {
     authenticator->SetCaFile(emulator_.CaFile().c_str());
-  }
-
-  static std::string Detail(const AuthBase& authenticator) {
-    char buffer[512];
-    size_t size = sizeof buffer;
-    authenticator.GetLastErrorDetail(buffer, &size);
-    return buffer;
-  }
-
-  // A text handed out by the buffer protocol, asked for at its full size.
-  template <typename Getter>
-  static std::string Fetch(Getter getter) {
-    size_t size = 0;
-    getter(nullptr, &size);
-    if (size == 0) return "";
-    std::string text(size, '\0');
-    getter(&text[0], &size);
-    text.resize(size - 1);
-    return text;
   }
 
   // "METHOD host target" of each request the emulator answered, in order.

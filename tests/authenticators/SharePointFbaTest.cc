@@ -14,9 +14,10 @@
 #include "SharePointFba.h"
 #include "emulator/FbaSite.h"
 #include "emulator/emulator.h"
-#include "support/LogCapture.h"
+#include "support/Authenticators.h"
 #include "support/EmulatorTest.h"
 #include "support/FakeNetworkControl.h"
+#include "support/LogCapture.h"
 
 namespace Vantrel {
 namespace Auth {
@@ -24,8 +25,10 @@ namespace {
 
 using Emulation::Request;
 using Emulation::Response;
+using testing::Detail;
 using testing::EmulatorTest;
 using testing::FakeNetworkControl;
+using testing::Probe;
 using testing::ScopedLogCapture;
 
 // Written out independently of the library's template: a change of a single
@@ -43,22 +46,6 @@ std::string LoginBody(const std::string& user, const std::string& password) {
          "   </soap:Body>\n"
          "</soap:Envelope>";
 }
-
-std::string Detail(const AuthBase& authenticator) {
-  char buffer[512];
-  size_t size = sizeof(buffer);
-  authenticator.GetLastErrorDetail(buffer, &size);
-  return buffer;
-}
-
-// Exposes the request description and the result so that tests can check
-// what an attempt leaves in them.
-class InspectableFba : public SharePointFba {
- public:
-  using SharePointFba::SharePointFba;
-  using AuthBase::GetNetworkConfig;
-  using AuthBase::GetNetworkResult;
-};
 
 Response WithCookies(int status, const std::vector<std::string>& cookies) {
   Response response = Response::Text(status, "<LoginResult/>", "text/xml");
@@ -235,7 +222,7 @@ TEST_F(SharePointFbaWireTest, AFailedTransferReportsLibcurlsText) {
 }
 
 TEST_F(SharePointFbaWireTest, SuccessKeepsOnlyTheCookieAndFailureKeepsTheEvidence) {
-  InspectableFba probe(fba()->GetNetworkControl());
+  Probe<SharePointFba> probe(fba()->GetNetworkControl());
   emulator_.Enqueue(WithCookies(200, {"FedAuth=v; path=/"}));
   ASSERT_EQ(probe.Authenticate(Http("/s").c_str(), "u", "secret"), kAuthResultOk);
   ASSERT_NE(probe.GetFedAuthCookie(), nullptr);

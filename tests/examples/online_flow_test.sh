@@ -4,33 +4,16 @@
 # tenant's ADFS server, all under their real host names behind its proxy.
 #
 #   online_flow_test.sh SIGNIN EMULATOR
-set -uo pipefail
-signin=$1
-emulator=$2
+source "$(dirname "$0")/prelude.sh" online-flow-test "$@"
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/online-flow-test.XXXXXX")
-emulator_pid=""
-cleanup() {
-  [ -n "$emulator_pid" ] && kill "$emulator_pid" 2>/dev/null && wait "$emulator_pid" 2>/dev/null
-  rm -rf "$work"
-}
-trap cleanup EXIT
-
-"$emulator" --online-site contoso.sharepoint.com --online-site fabrikam.sharepoint.com \
+start_emulator --online-site contoso.sharepoint.com --online-site fabrikam.sharepoint.com \
   --online-bpos-site legacy.sharepoint.com \
   --office365-account 'adele@contoso.com:Spring&<2024>' \
   --office365-federated 'megan@fabrikam.com:https://adfs.fabrikam.com/adfs/ls/?username=megan%40fabrikam.com' \
-  --adfs-server / --adfs-account 'megan@fabrikam.com:Autumn-77' \
-  --ca-out "$work/ca.pem" --ready-file "$work/ready" >"$work/emulator.log" 2>&1 &
-emulator_pid=$!
-for _ in $(seq 200); do [ -s "$work/ready" ] && break; sleep 0.05; done
-read -r http_port _ <"$work/ready" || { echo "emulator did not start"; exit 1; }
+  --adfs-server / --adfs-account 'megan@fabrikam.com:Autumn-77'
 proxy="http://127.0.0.1:$http_port"
 printf 'Spring&<2024>\n' >"$work/managed"
 printf 'Autumn-77\n' >"$work/federated"
-
-failures=0
-fail() { echo "FAIL - $*"; failures=$((failures + 1)); }
 
 # expect STATUS DESCRIPTION PASSWORD-FILE ARGS...: one sign-in, jar in $work/jar.
 expect() {
@@ -81,5 +64,4 @@ expect 16 "--sts replaces the token service (with a slash too many, so nothing i
 grep -q 'POST login.microsoftonline.com //extSTS.srf -> 404' "$work/emulator.log" \
   || fail "--sts did not reach the token request"
 
-echo "$failures failure(s)"
-[ "$failures" = 0 ]
+finish

@@ -3,29 +3,9 @@
 # passwords, what it writes, and the exit status of each kind of failure.
 #
 #   signin_test.sh SIGNIN EMULATOR
-set -uo pipefail
-signin=$1
-emulator=$2
+source "$(dirname "$0")/prelude.sh" signin-test "$@"
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/signin-test.XXXXXX")
-emulator_pid=""
-cleanup() {
-  [ -n "$emulator_pid" ] && kill "$emulator_pid" 2>/dev/null && wait "$emulator_pid" 2>/dev/null
-  rm -rf "$work"
-}
-trap cleanup EXIT
-
-failures=0
-check() {  # check DESCRIPTION COMMAND...: the command must succeed
-  local what=$1; shift
-  if "$@"; then echo "ok   - $what"; else echo "FAIL - $what"; failures=$((failures + 1)); fi
-}
-
-"$emulator" --fba-site /sites/fba --fba-account alice:Wonderland-42 \
-  --ca-out "$work/ca.pem" --ready-file "$work/ready" >"$work/emulator.log" 2>&1 &
-emulator_pid=$!
-for _ in $(seq 200); do [ -s "$work/ready" ] && break; sleep 0.05; done
-read -r http_port https_port <"$work/ready" || { echo "emulator did not start"; exit 1; }
+start_emulator --fba-site /sites/fba --fba-account alice:Wonderland-42
 site="https://localhost:$https_port/sites/fba"
 ca="$work/ca.pem"
 printf 'Wonderland-42\n' >"$work/password"
@@ -80,5 +60,4 @@ check "--verbose logs the library's steps to stderr but never the password" \
            grep -q "^\[debug\] " "$2/verbose" && ! grep -q "Wonderland-42" "$2/verbose"' \
   "$signin" "$site" "$work" "$ca"
 
-echo "$failures failure(s)"
-[ "$failures" = 0 ]
+finish

@@ -9,13 +9,13 @@
 
 #include "Cookie.h"
 #include "NetworkConfig.h"
-#include "log_capture.h"
+#include "support/LogCapture.h"
 
 namespace Vantrel {
 namespace Auth {
 namespace {
 
-using testing::LogCapture;
+using testing::ScopedLogCapture;
 
 std::string CtimeText(time_t when) { return std::ctime(&when); }
 
@@ -43,7 +43,7 @@ TEST(CookieTest, CopyIsIndependentAndCarriesNulls) {
 }
 
 TEST(CookieTest, LogDumpTexts) {
-  LogCapture log;
+  ScopedLogCapture log;
   Cookie cookie;
   Cookie::LogDump(&cookie);
   Cookie::LogDump(nullptr);
@@ -63,7 +63,7 @@ TEST(CookieTest, LogDumpTexts) {
                 p + "Cookie Name: rtFa, Domain: .contoso.com, Path: /",
                 p + "Cookie Expiry: " + CtimeText(1700000000) + ", HttpOnly: Y, TailMatch: N, Secure: N",
                 p + "Cookie Value: v%sv"}),
-            LogCapture::Lines());
+            ScopedLogCapture::Lines());
 }
 
 TEST(NetworkConfigTest, ResetKeepsOnlyTheSslVersion) {
@@ -81,7 +81,7 @@ TEST(NetworkConfigTest, ResetKeepsOnlyTheSslVersion) {
 }
 
 TEST(NetworkConfigTest, LogDumpTextsWithMaskedBody) {
-  LogCapture log;
+  ScopedLogCapture log;
   NetworkConfig::LogDump(nullptr);
   NetworkConfig config;
   const char body[] = "<s:Envelope><o:Password Type=\"t\">se%cret</o:Password></s:Envelope>";
@@ -103,7 +103,7 @@ TEST(NetworkConfigTest, LogDumpTextsWithMaskedBody) {
                 p + "SSL Version: ?", p + "CA file: ", p + "Verbose: Y",
                 p + "Proxy: http://127.0.0.1:3128",
                 p + "POST data: <s:Envelope><o:Password Type=\"t\">*</o:Password></s:Envelope>"}),
-            LogCapture::Lines());
+            ScopedLogCapture::Lines());
   EXPECT_STREQ(body, config.GetPostData());  // what goes out is never masked
 }
 

@@ -12,13 +12,13 @@
 #include "HeaderLine.h"
 #include "NetscapeCookie.h"
 #include "NetworkResult.h"
-#include "log_capture.h"
+#include "support/LogCapture.h"
 
 namespace Vantrel {
 namespace Auth {
 namespace {
 
-using testing::LogCapture;
+using testing::ScopedLogCapture;
 
 // "[name][value]" of every header one raw line leaves behind.
 std::string Parse(const std::string& line) {
@@ -61,7 +61,7 @@ TEST(NetworkResultTest, GetHeaderTakesLastReceivedNonEmptyCaseSensitively) {
 }
 
 TEST(NetworkResultTest, LogDumpTextsAndReset) {
-  LogCapture log;
+  ScopedLogCapture log;
   NetworkResult::LogDump(nullptr);
   NetworkResult result;
   result.SetResponseCode(-1);
@@ -89,7 +89,7 @@ TEST(NetworkResultTest, LogDumpTextsAndReset) {
                 p + "    Cookie Value: ", p + "    Cookie Name: FedAuth, Domain: , Path: ",
                 p + "    Cookie Expiry: (none), HttpOnly: N, TailMatch: Y, Secure: N",
                 p + "    Cookie Value: ", p + "Printing cookie(s) done.", p + "Response: <a>"}),
-            LogCapture::Lines());
+            ScopedLogCapture::Lines());
 
   EXPECT_EQ(10u, result.GetBody().size());
   result.Reset();

@@ -28,7 +28,7 @@
 #include "NetworkControlLibcurl.h"
 #include "NetworkResult.h"
 #include "emulator/emulator.h"
-#include "log_capture.h"
+#include "support/LogCapture.h"
 
 namespace Vantrel {
 namespace Auth {
@@ -37,7 +37,7 @@ namespace {
 using Emulation::Emulator;
 using Emulation::Request;
 using Emulation::Response;
-using testing::LogCapture;
+using testing::ScopedLogCapture;
 
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool kAddressSanitizer = true;
@@ -89,7 +89,7 @@ class TransportTest : public ::testing::Test {
 };
 
 TEST_F(TransportTest, RequestGoesOutAsDescribedAndOnlyTheLogIsMasked) {
-  LogCapture log;
+  ScopedLogCapture log;
   const std::string body = "<s:Envelope><password>secret</password></s:Envelope>";
   config_.AddHeader("Content-Type", "text/xml; charset=utf-8");
   config_.AddHeader(nullptr, "no name");
@@ -104,8 +104,8 @@ TEST_F(TransportTest, RequestGoesOutAsDescribedAndOnlyTheLogIsMasked) {
                 "Content-Type: text/xml; charset=utf-8\r\nContent-Length: " +
                 std::to_string(body.size()) + "\r\n\r\n" + body,
             emulator_.Requests().at(0).Raw());
-  EXPECT_TRUE(LogCapture::Has("NetworkConfig::LogDump - POST data: <s:Envelope><password>*</password></s:Envelope>"));
-  EXPECT_TRUE(LogCapture::Has("NetworkResult::LogDump - Response: ok"));
+  EXPECT_TRUE(ScopedLogCapture::Has("NetworkConfig::LogDump - POST data: <s:Envelope><password>*</password></s:Envelope>"));
+  EXPECT_TRUE(ScopedLogCapture::Has("NetworkResult::LogDump - Response: ok"));
 
   for (const char* no_body : {"", static_cast<const char*>(nullptr)}) {
     emulator_.ClearRequests();
@@ -299,7 +299,7 @@ bool Exists(const std::string& path) {
 std::vector<std::string> VerboseLines() {
   std::vector<std::string> out;
   bool inside = false;
-  for (const std::string& line : LogCapture::Lines()) {
+  for (const std::string& line : ScopedLogCapture::Lines()) {
     if (line == kWhere + "libcurl verbose output END.") inside = false;
     if (inside) out.push_back(line);
     if (line == kWhere + "libcurl verbose output BEGIN .....") inside = true;
@@ -308,7 +308,7 @@ std::vector<std::string> VerboseLines() {
 }
 
 TEST_F(TransportTest, VerboseTextIsCapturedPerRequestInShortLinesAndRemovedAtTheEnd) {
-  LogCapture log;
+  ScopedLogCapture log;
   TempDir dir;
   config_.SetVerbose(true);
   AuthEngineConfig::SetTempLogDir(dir.path.c_str());
@@ -343,11 +343,11 @@ TEST_F(TransportTest, VerboseTextIsCapturedPerRequestInShortLinesAndRemovedAtThe
 
   transport.reset();
   EXPECT_FALSE(Exists(path));
-  EXPECT_TRUE(LogCapture::Has("NetworkControlLibcurl::~NetworkControlLibcurl - Removing log file: " + path));
+  EXPECT_TRUE(ScopedLogCapture::Has("NetworkControlLibcurl::~NetworkControlLibcurl - Removing log file: " + path));
 }
 
 TEST_F(TransportTest, VerboseTextWithoutAUsableDirectoryIsNotCaptured) {
-  LogCapture log;
+  ScopedLogCapture log;
   config_.SetVerbose(true);
   // libcurl's text goes to the process's standard error then; keep it quiet.
   int saved_stderr = dup(2);
@@ -357,7 +357,7 @@ TEST_F(TransportTest, VerboseTextWithoutAUsableDirectoryIsNotCaptured) {
     AuthEngineConfig::SetTempLogDir(dir);
     auto transport = std::make_unique<NetworkControlLibcurl>();
     EXPECT_EQ(dir == nullptr || dir[0] == '\0', transport->GetCurlLogFile() == nullptr);
-    LogCapture::Clear();
+    ScopedLogCapture::Clear();
     EXPECT_EQ(kAuthResultOk, ExecVia(transport.get(), "/x"));
     EXPECT_TRUE(VerboseLines().empty());
   }

@@ -1,12 +1,11 @@
 #include "emulator/AdfsServer.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cstdio>
 #include <ctime>
-#include <random>
 #include <string_view>
 #include <utility>
+
+#include "emulator/EndpointSupport.h"
 
 namespace Vantrel {
 namespace Emulation {
@@ -24,12 +23,6 @@ const char kIssueRequest[] = "http://schemas.xmlsoap.org/ws/2005/02/trust/Issue"
 const char kPasswordText[] =
     "http://docs.oasis-open.org/wss/2004/01/"
     "oasis-200401-wss-username-token-profile-1.0#PasswordText";
-
-std::string Lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
 
 // One element found by its local name, whatever its prefix. A scan rather
 // than a regular expression: tokens make bodies long, and the values must
@@ -90,17 +83,6 @@ std::string IsoTime(std::time_t when) {
   return text;
 }
 
-std::string RandomHex(size_t words) {
-  static thread_local std::mt19937_64 random(std::random_device{}());
-  std::string out;
-  char part[17];
-  for (size_t i = 0; i < words; ++i) {
-    std::snprintf(part, sizeof(part), "%016llx", static_cast<unsigned long long>(random()));
-    out += part;
-  }
-  return out;
-}
-
 Response Fault(const char* code, const char* subcode, const std::string& reason) {
   std::string body = std::string("<s:Envelope xmlns:s=\"") + kSoap12 + "\" xmlns:a=\"" +
                      kAddressing + "\"><s:Header><a:Action s:mustUnderstand=\"1\">" + kAddressing +
@@ -158,11 +140,8 @@ std::string Authenticate(const AdfsServerOptions& options, AdfsServerState* stat
     }
     std::string type;
     if (AttributeValue(password.attributes, "Type", &type) && type != kPasswordText) return "";
-    for (const auto& account : options.accounts) {
-      if (Lower(account.first) == Lower(user) && account.second == password.inner)
-        return account.first;
-    }
-    return "";
+    const std::string* name = MatchAccount(options.accounts, user, password.inner);
+    return name != nullptr ? *name : "";
   }
   Element assertion;
   std::string id;

@@ -19,10 +19,9 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <vector>
 
+#include "emulator/EndpointSupport.h"
 #include "emulator/emulator.h"
 
 namespace Vantrel {
@@ -39,21 +38,9 @@ struct FbaSiteOptions {
 };
 
 // The sessions the site has handed out, shared by its handlers. Thread-safe.
-class FbaSiteState {
+class FbaSiteState : public IssuedSessions {
  public:
-  // A new FedAuth value for `user`, remembered as valid.
-  std::string Issue(const std::string& user);
-  bool IsValid(const std::string& token) const;
-  void NoteRejected();
-
-  // For tests that look behind the wire.
-  std::vector<std::string> IssuedTokens() const;  // oldest first
-  int RejectedLogins() const;
-
- private:
-  mutable std::mutex mutex_;
-  std::vector<std::string> tokens_;
-  int rejected_ = 0;
+  int RejectedLogins() const { return Rejected(); }
 };
 
 // Registers the site's routes on `emulator` and returns the shared state the

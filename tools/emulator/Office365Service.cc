@@ -1,32 +1,16 @@
 #include "emulator/Office365Service.h"
 
-#include "emulator/AdfsServer.h"
-
 #include <atomic>
-#include <cctype>
 #include <cstdio>
 #include <ctime>
-#include <regex>
 #include <utility>
+
+#include "emulator/AdfsServer.h"
+#include "emulator/EndpointSupport.h"
 
 namespace Vantrel {
 namespace Emulation {
 namespace {
-
-std::string Lower(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return text;
-}
-
-// First capture of `pattern` in `text`, searched without regard to case and
-// across lines; "" when there is none. Good enough for the envelopes clients
-// send, and deliberately no parser: the client doesn't use one either.
-std::string Capture(const std::string& text, const char* pattern) {
-  std::smatch match;
-  std::regex re(pattern, std::regex::ECMAScript | std::regex::icase);
-  if (!std::regex_search(text, match, re) || match.size() < 2) return "";
-  return match[1].str();
-}
 
 std::string IsoTime(std::time_t when) {
   char text[32];

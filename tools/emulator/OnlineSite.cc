@@ -4,8 +4,9 @@
 #include <cctype>
 #include <cstdio>
 #include <ctime>
-#include <regex>
 #include <utility>
+
+#include "emulator/EndpointSupport.h"
 
 namespace Vantrel {
 namespace Emulation {
@@ -34,48 +35,14 @@ std::string Encode(const std::string& text) {
   return out;
 }
 
-// The value of cookie `name` in the request's Cookie headers, or "".
-std::string CookieValue(const Request& request, const std::string& name) {
-  for (const std::string& header : request.Headers("Cookie")) {
-    size_t start = 0;
-    while (start < header.size()) {
-      size_t end = header.find(';', start);
-      if (end == std::string::npos) end = header.size();
-      std::string pair = header.substr(start, end - start);
-      size_t first = pair.find_first_not_of(' ');
-      pair = first == std::string::npos ? "" : pair.substr(first);
-      if (pair.compare(0, name.size() + 1, name + "=") == 0) return pair.substr(name.size() + 1);
-      start = end + 1;
-    }
-  }
-  return "";
-}
-
-std::string Capture(const std::string& text, const char* pattern) {
-  std::smatch match;
-  std::regex re(pattern, std::regex::ECMAScript | std::regex::icase);
-  if (!std::regex_search(text, match, re) || match.size() < 2) return "";
-  return match[1].str();
-}
-
-Response SoapFault(const std::string& text) {
-  return Response::Text(
-      500,
-      "<?xml version=\"1.0\" encoding=\"utf-8\"?><soap:Envelope "
-      "xmlns:soap=\"http://schemas.xmlsoap.org/soap/envelope/\"><soap:Body><soap:Fault>"
-      "<faultcode>soap:Client</faultcode><faultstring>" +
-          text + "</faultstring></soap:Fault></soap:Body></soap:Envelope>",
-      "text/xml; charset=utf-8");
-}
-
 Response SiteAndWeb(const OnlineSiteOptions& options, const Request& request) {
   if (request.Header("SOAPAction").value_or("") != kGetSiteAndWebAction) {
-    return SoapFault("Server did not recognize the value of HTTP Header SOAPAction: " +
-                     request.Header("SOAPAction").value_or("") + ".");
+    return SoapClientFault("Server did not recognize the value of HTTP Header SOAPAction: " +
+                           request.Header("SOAPAction").value_or("") + ".");
   }
   if (request.Header("Content-Type").value_or("").compare(0, 8, "text/xml") != 0 ||
       request.body.find("<strUrl>") == std::string::npos) {
-    return SoapFault("Server was unable to read request.");
+    return SoapClientFault("Server was unable to read request.");
   }
   std::string str_url = Capture(request.body, "<strUrl>([^<]*)</strUrl>");
   std::string site = options.str_site.empty() ? str_url : options.str_site;
@@ -189,7 +156,8 @@ std::shared_ptr<OnlineSiteState> InstallOnlineSite(
     if (request.method == "POST" && EndsWithIgnoreCase(request.path, "/_forms/default.aspx")) {
       return SignIn(options, realm, service, state, request);
     }
-    std::string user = state->UserOf(CookieValue(request, "FedAuth"));
+    std::vector<std::string> fed_auth = CookieValues(request, "FedAuth");
+    std::string user = state->UserOf(fed_auth.empty() ? "" : fed_auth.front());
     if (request.method == "GET" && !user.empty()) {
       return Response::Text(200, "<html><body>Signed in as " + user + ".</body></html>",
                             "text/html; charset=utf-8");

@@ -1,29 +1,11 @@
 #include "emulator/TrustSite.h"
 
-#include <algorithm>
 #include <cctype>
-#include <cstdio>
 #include <map>
-#include <random>
-#include <string_view>
-#include <utility>
 
 namespace Vantrel {
 namespace Emulation {
 namespace {
-
-std::string Lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
-
-std::string Trim(std::string_view text) {
-  size_t begin = text.find_first_not_of(" \t");
-  if (begin == std::string_view::npos) return "";
-  size_t end = text.find_last_not_of(" \t");
-  return std::string(text.substr(begin, end - begin + 1));
-}
 
 // Form fields as sent (still encoded), first occurrence of each name.
 std::map<std::string, std::string> RawFormFields(const std::string& body) {
@@ -51,24 +33,6 @@ bool FullyEncoded(const std::string& value) {
     }
   }
   return true;
-}
-
-std::vector<std::string> CookieValues(const Request& request, std::string_view name) {
-  std::vector<std::string> values;
-  for (const std::string& header : request.Headers("Cookie")) {
-    size_t start = 0;
-    while (start <= header.size()) {
-      size_t end = header.find(';', start);
-      if (end == std::string::npos) end = header.size();
-      std::string pair = Trim(std::string_view(header).substr(start, end - start));
-      size_t equals = pair.find('=');
-      if (equals != std::string::npos && pair.compare(0, equals, name) == 0) {
-        values.push_back(pair.substr(equals + 1));
-      }
-      start = end + 1;
-    }
-  }
-  return values;
 }
 
 // The text between `open` and the next `close` after it.
@@ -141,51 +105,16 @@ Response SignIn(const TrustSiteOptions& options, TrustSiteState* state, const Re
 }
 
 Response Web(const TrustSiteOptions& options, const TrustSiteState& state, const Request& request) {
-  for (const std::string& token : CookieValues(request, "FedAuth")) {
-    if (state.IsValid(token)) {
-      std::string title = options.site_path.empty() ? "Home" : options.site_path;
-      return Response::Text(200,
-                            "{\"Title\":\"" + title + "\",\"Url\":\"" + options.site_path + "\"}\n",
-                            "application/json;odata=verbose;charset=utf-8");
-    }
+  if (state.Admits(request)) {
+    std::string title = options.site_path.empty() ? "Home" : options.site_path;
+    return Response::Text(200,
+                          "{\"Title\":\"" + title + "\",\"Url\":\"" + options.site_path + "\"}\n",
+                          "application/json;odata=verbose;charset=utf-8");
   }
   return Response::Text(401, "401 UNAUTHORIZED: sign in first.\n");
 }
 
 }  // namespace
-
-std::string TrustSiteState::Issue(const std::string& user) {
-  static thread_local std::mt19937_64 random(std::random_device{}());
-  char token[40];
-  std::snprintf(token, sizeof(token), "%016llx%016llx", static_cast<unsigned long long>(random()),
-                static_cast<unsigned long long>(random()));
-  // The user's name up front makes a jar readable in the demo; the random part
-  // is what makes the value unguessable.
-  std::string value = user + "." + token;
-  std::lock_guard<std::mutex> lock(mutex_);
-  tokens_.push_back(value);
-  return value;
-}
-
-bool TrustSiteState::IsValid(const std::string& token) const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return std::find(tokens_.begin(), tokens_.end(), token) != tokens_.end();
-}
-
-void TrustSiteState::NoteRejected() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  ++rejected_;
-}
-
-std::vector<std::string> TrustSiteState::IssuedTokens() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return tokens_;
-}
-
-int TrustSiteState::RejectedTokens() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return rejected_;
-}
 
 std::shared_ptr<TrustSiteState> InstallTrustSite(Emulator* emulator,
                                                  const TrustSiteOptions& options) {

@@ -18,11 +18,10 @@
 #define VANTREL_EMULATOR_TRUST_SITE_H_
 
 #include <memory>
-#include <mutex>
 #include <string>
-#include <vector>
 
 #include "emulator/AdfsServer.h"
+#include "emulator/EndpointSupport.h"
 #include "emulator/emulator.h"
 
 namespace Vantrel {
@@ -41,19 +40,9 @@ struct TrustSiteOptions {
 };
 
 // What the site has handed out and refused. Thread-safe.
-class TrustSiteState {
+class TrustSiteState : public IssuedSessions {
  public:
-  std::string Issue(const std::string& user);  // a new FedAuth value
-  bool IsValid(const std::string& token) const;
-  void NoteRejected();
-
-  std::vector<std::string> IssuedTokens() const;  // oldest first
-  int RejectedTokens() const;
-
- private:
-  mutable std::mutex mutex_;
-  std::vector<std::string> tokens_;
-  int rejected_ = 0;
+  int RejectedTokens() const { return Rejected(); }
 };
 
 std::shared_ptr<TrustSiteState> InstallTrustSite(Emulator* emulator,

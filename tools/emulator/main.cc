@@ -76,7 +76,19 @@ bool ParsePort(const char* text, int* port) {
   return true;
 }
 
+// "NAME:REST" of an account flag, split at the first colon; NAME may not be
+// empty, REST may.
+bool SplitAccount(const char* value, std::string* name, std::string* rest) {
+  const char* colon = std::strchr(value, ':');
+  if (colon == nullptr || colon == value) return false;
+  name->assign(value, colon);
+  rest->assign(colon + 1);
+  return true;
+}
+
 bool ParseFlags(int argc, char** argv, Flags* flags) {
+  std::string name;
+  std::string rest;
   for (int i = 1; i < argc; ++i) {
     std::string flag = argv[i];
     const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
@@ -98,21 +110,19 @@ bool ParseFlags(int argc, char** argv, Flags* flags) {
       flags->fba.site_path = std::string(value) == "/" ? "" : value;
     } else if (flag == "--fba-account") {
       // Replaces the site's default account; repeat for several.
-      const char* colon = std::strchr(value, ':');
-      if (colon == nullptr || colon == value) return false;
+      if (!SplitAccount(value, &name, &rest)) return false;
       if (!flags->fba_accounts_given) flags->fba.accounts.clear();
       flags->fba_accounts_given = true;
-      flags->fba.accounts[std::string(value, colon)] = colon + 1;
+      flags->fba.accounts[name] = rest;
     } else if (flag == "--adfs-server") {
       // An ADFS token endpoint below PATH ("" or "/" for the root).
       flags->adfs_server = true;
       flags->adfs.path = std::string(value) == "/" ? "" : value;
     } else if (flag == "--adfs-account") {
-      const char* colon = std::strchr(value, ':');
-      if (colon == nullptr || colon == value) return false;
+      if (!SplitAccount(value, &name, &rest)) return false;
       if (!flags->adfs_accounts_given) flags->adfs.accounts.clear();
       flags->adfs_accounts_given = true;
-      flags->adfs.accounts[std::string(value, colon)] = colon + 1;
+      flags->adfs.accounts[name] = rest;
     } else if (flag == "--trust-site") {
       // A site at PATH that takes the ADFS server's tokens at its _trust endpoint.
       flags->trust_site = true;
@@ -130,19 +140,18 @@ bool ParseFlags(int argc, char** argv, Flags* flags) {
     } else if (flag == "--office365-account" || flag == "--office365-federated") {
       // Replaces the service's default account; repeat for several. A
       // federated account names its ADFS sign-in page instead of a password.
-      const char* colon = std::strchr(value, ':');
-      if (colon == nullptr || colon == value) return false;
+      if (!SplitAccount(value, &name, &rest)) return false;
       if (!flags->office365_accounts_given) flags->office365_service.accounts.clear();
       flags->office365_accounts_given = true;
       flags->office365 = true;
       Vantrel::Emulation::Office365Account account;
       if (flag == "--office365-account") {
-        account.password = colon + 1;
+        account.password = rest;
       } else {
         account.namespace_type = "Federated";
-        account.auth_url = colon + 1;
+        account.auth_url = rest;
       }
-      flags->office365_service.accounts[std::string(value, colon)] = account;
+      flags->office365_service.accounts[name] = account;
     } else {
       // Flags that install endpoint families (sites, token services) go here.
       return false;

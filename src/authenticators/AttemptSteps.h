@@ -1,0 +1,53 @@
+// AttemptSteps: the steps that every sign-in attempt takes in the same way.
+// Internal. Each authenticator calls them from its own operation, in its own
+// order, so that a sign-in still reads from top to bottom in its source file.
+#ifndef VANTREL_AUTH_AUTHENTICATORS_ATTEMPT_STEPS_H_
+#define VANTREL_AUTH_AUTHENTICATORS_ATTEMPT_STEPS_H_
+
+#include "AuthTypes.h"
+
+namespace Vantrel {
+namespace Auth {
+
+class Cookie;
+struct CookieNode;
+class ErrorDetail;
+class INetworkControl;
+class NetworkConfig;
+class NetworkResult;
+
+// "Y" for a text that is there and not empty, else "N": how an entry line
+// tells of a password or token without showing it.
+const char* AvailFlag(const char* text);
+
+// Starts an attempt. With any object missing it is false, and the detail (if
+// there is one) says "Null pointer(s) detected."; otherwise the request, the
+// result and the detail are reset and it is true. The caller clears its own
+// outputs right after.
+bool BeginAttempt(NetworkConfig* config, NetworkResult* result, ErrorDetail* detail,
+                  INetworkControl* transport);
+
+// The one exchange of an attempt. A failed transfer leaves the transport's
+// text in the detail, and its result is handed back unchanged.
+AuthResult SendRequest(INetworkControl* transport, NetworkConfig* config, NetworkResult* result,
+                       ErrorDetail* detail);
+
+// No status at all, or one from 400 to 599, is kAuthResultHttpError with the
+// code in the detail. Any other code, a redirect too, goes on to the
+// inspection of the response: kAuthResultOk.
+AuthResult CheckResponseCode(const NetworkResult* result, ErrorDetail* detail);
+
+// Copies the first cookie in list order whose name is exactly `name`. The
+// list is newest first, so that is the one libcurl listed last. False, with
+// `target` untouched, when there is none.
+bool CopyFirstCookie(const CookieNode* list, const char* name, Cookie* target);
+
+// Copies the last cookie in list order whose name is exactly `name`: the one
+// that arrived first when a name repeats. False, with `target` untouched,
+// when there is none.
+bool CopyLastCookie(const CookieNode* list, const char* name, Cookie* target);
+
+}  // namespace Auth
+}  // namespace Vantrel
+
+#endif  // VANTREL_AUTH_AUTHENTICATORS_ATTEMPT_STEPS_H_
