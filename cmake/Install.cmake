@@ -39,6 +39,20 @@ install(FILES ${PROJECT_BINARY_DIR}/VantrelAuthEngine64Config.cmake
   ${PROJECT_BINARY_DIR}/VantrelAuthEngine64ConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VantrelAuthEngine64)
 
+# The .pc file finds the prefix from its own place, so that a tree installed
+# with `cmake --install --prefix` elsewhere, or moved, still works. Only the
+# shared library ships: libcurl and PCRE2 stay behind it and need no mention.
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
+  set(VANTREL_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
+  set(VANTREL_PC_LIBDIR "${CMAKE_INSTALL_FULL_LIBDIR}")
+  set(VANTREL_PC_INCLUDEDIR "${CMAKE_INSTALL_FULL_INCLUDEDIR}")
+else()
+  file(RELATIVE_PATH pc_up "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+  string(REGEX REPLACE "/$" "" pc_up "${pc_up}")
+  set(VANTREL_PC_PREFIX "\${pcfiledir}/${pc_up}")
+  set(VANTREL_PC_LIBDIR "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
+  set(VANTREL_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
+endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/VantrelAuthEngine64.pc.in
   ${PROJECT_BINARY_DIR}/VantrelAuthEngine64.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/VantrelAuthEngine64.pc

@@ -14,10 +14,14 @@ const int AuthEngineConfig::kMaxRedirect;
 void AuthEngineConfig::SetProxy(const char* proxy) {
   Logger::LogFormat(kLogLevelInfo, "AuthEngineConfig::SetProxy(%s)", proxy, nullptr, nullptr,
                     nullptr, nullptr);
-  StrFree(&proxy_);
   // An empty proxy clears it, unlike an empty log directory: libcurl would
-  // take "" as a proxy of its own.
-  if (proxy != nullptr && proxy[0] != '\0') StrAssign(&proxy_, proxy);
+  // take "" as a proxy of its own. StrAssign reads `proxy` before releasing the
+  // old copy, so a host may pass back what GetProxy gave it.
+  if (proxy != nullptr && proxy[0] != '\0') {
+    StrAssign(&proxy_, proxy);
+  } else {
+    StrFree(&proxy_);
+  }
 }
 
 const char* AuthEngineConfig::GetProxy() { return proxy_; }

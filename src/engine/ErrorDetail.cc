@@ -2,11 +2,19 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
 #include "StringUtil.h"
 
 namespace Vantrel {
 namespace Auth {
+namespace {
+
+// The callers pass literals or another detail's text; a null slipping through
+// reads as nothing rather than taking the process down.
+const char* OrEmpty(const char* text) { return text != nullptr ? text : ""; }
+
+}  // namespace
 
 const char* const ErrorDetail::truncation_marker_ = "...";
 
@@ -23,27 +31,32 @@ void ErrorDetail::Clear() { buffer_[0] = '\0'; }
 
 const char* ErrorDetail::Get() const { return buffer_; }
 
-void ErrorDetail::Set(const char* text) { Store(text, std::strlen(text) + 1); }
+void ErrorDetail::Set(const char* text) {
+  text = OrEmpty(text);
+  Store(text, std::strlen(text) + 1);
+}
 
 void ErrorDetail::Set(const char* prefix, const char* text) {
+  prefix = OrEmpty(prefix);
+  text = OrEmpty(text);
   size_t needed = std::strlen(prefix) + std::strlen(text) + 1;
-  char* joined = new char[needed];
-  std::snprintf(joined, needed, "%s%s", prefix, text);
-  Store(joined, needed);
-  delete[] joined;
+  std::unique_ptr<char[]> joined(new char[needed]);
+  std::snprintf(joined.get(), needed, "%s%s", prefix, text);
+  Store(joined.get(), needed);
 }
 
 void ErrorDetail::Set(const char* prefix, int number) {
+  prefix = OrEmpty(prefix);
   size_t needed = std::strlen(prefix) + DigitCount(number) + 1;
-  char* joined = new char[needed];
-  std::snprintf(joined, needed, "%s%ld", prefix, static_cast<long>(number));
-  Store(joined, needed);
-  delete[] joined;
+  std::unique_ptr<char[]> joined(new char[needed]);
+  std::snprintf(joined.get(), needed, "%s%ld", prefix, static_cast<long>(number));
+  Store(joined.get(), needed);
 }
 
 void ErrorDetail::Store(const char* text, size_t needed) {
   size_t count = needed < capacity_ ? needed : capacity_;
-  std::memcpy(buffer_, text, count);
+  // memmove: Set(Get()) hands the buffer its own text.
+  std::memmove(buffer_, text, count);
   if (needed > capacity_) MarkTruncated();
 }
 

@@ -24,7 +24,7 @@ class ErrorDetail {
   const char* Get() const;
   size_t Capacity() const { return capacity_; }
 
-  // All arguments must be non-null.
+  // A null argument reads as an empty text.
   void Set(const char* text);
   void Set(const char* prefix, const char* text);
   void Set(const char* prefix, int number);

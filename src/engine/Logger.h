@@ -22,7 +22,8 @@ class Logger {
   // Passes `text` on unchanged if the filter lets the level through.
   static void Log(VantrelAuthLogLevel level, const char* text);
   // Fills `format` (only "%s" placeholders, at most five) with the five
-  // arguments; null arguments print as nothing.
+  // arguments; null arguments print as nothing. A format that breaks that rule
+  // is passed on as it stands rather than formatted.
   static void LogFormat(VantrelAuthLogLevel level, const char* format, const char* a1,
                         const char* a2, const char* a3, const char* a4, const char* a5);
 

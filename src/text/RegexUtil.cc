@@ -6,8 +6,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <regex>
-#include <stdexcept>
 
 #include "StringUtil.h"
 
@@ -15,104 +16,217 @@ namespace Vantrel {
 namespace Auth {
 namespace {
 
-// Subjects at least this long go through the JIT; below it compiling machine
-// code costs more than interpreting the match.
-const size_t kJitThreshold = 1024;
-// The JIT's stack grows on demand up to this bound (reserved, not committed).
+// Compiling a pattern to machine code costs about 45 us; the interpreter
+// backtracks through a body at about 11 ns a byte. Below 4 KB the interpreter
+// is done before the JIT would be ready.
+const size_t kJitThreshold = 4096;
+// The JIT stack is reserved address space, committed page by page as a match
+// needs it, so a generous bound costs nothing for ordinary subjects.
 const size_t kJitStackStart = 32 * 1024;
-const size_t kJitStackMax = 512 * 1024 * 1024;
+const size_t kJitStackMax = 64 * 1024 * 1024;
 
-// Owns one compiled pattern with its match data.
+// "." outside a class becomes "[^\n\r]". PCRE2 makes "." stop at both CR and LF
+// only under a newline setting that counts both, and such a setting also makes an
+// unanchored search step over the LF of a CRLF, losing matches that begin
+// there (such as "\s(b)" in "a\r\nb"). With LF as the newline, the translated
+// class gives ECMAScript's "." and the search tries every position.
+std::string TranslatePattern(const char* pattern) {
+  std::string out;
+  out.reserve(std::strlen(pattern) + 16);
+  const char* p = pattern;
+  while (*p != '\0') {
+    char c = *p;
+    if (c == '\\') {
+      out += *p++;
+      if (*p != '\0') out += *p++;
+      continue;
+    }
+    if (c == '.') {
+      out += "[^\\n\\r]";
+      ++p;
+      continue;
+    }
+    if (c != '[') {
+      out += *p++;
+      continue;
+    }
+    // A class: copied as it is up to its closing bracket. A "]" right behind
+    // "[" or "[^" closes an empty class, as in ECMAScript.
+    out += *p++;
+    if (*p == '^') out += *p++;
+    if (*p == ']') {
+      out += *p++;
+      continue;
+    }
+    while (*p != '\0' && *p != ']') {
+      if (*p == '\\') {
+        out += *p++;
+        if (*p != '\0') out += *p++;
+      } else if (*p == '[' && (p[1] == ':' || p[1] == '.' || p[1] == '=')) {
+        // A POSIX item such as "[:alpha:]" holds a "]" of its own.
+        char kind = p[1];
+        const char* close = p + 2;
+        while (*close != '\0' && !(close[0] == kind && close[1] == ']')) ++close;
+        const char* end = *close != '\0' ? close + 2 : close;
+        out.append(p, end - p);
+        p = end;
+      } else {
+        out += *p++;
+      }
+    }
+    if (*p == ']') out += *p++;
+  }
+  return out;
+}
+
+std::regex_constants::error_type CompileErrorType(int error) {
+  switch (error) {
+    case PCRE2_ERROR_MISSING_SQUARE_BRACKET:
+      return std::regex_constants::error_brack;
+    case PCRE2_ERROR_MISSING_CLOSING_PARENTHESIS:
+    case PCRE2_ERROR_UNMATCHED_CLOSING_PARENTHESIS:
+      return std::regex_constants::error_paren;
+    case PCRE2_ERROR_QUANTIFIER_OUT_OF_ORDER:
+    case PCRE2_ERROR_QUANTIFIER_TOO_BIG:
+      return std::regex_constants::error_badbrace;
+    case PCRE2_ERROR_CLASS_RANGE_ORDER:
+    case PCRE2_ERROR_CLASS_INVALID_RANGE:
+      return std::regex_constants::error_range;
+    case PCRE2_ERROR_END_BACKSLASH:
+    case PCRE2_ERROR_UNKNOWN_ESCAPE:
+    case PCRE2_ERROR_ESCAPE_INVALID_IN_CLASS:
+      return std::regex_constants::error_escape;
+    case PCRE2_ERROR_BAD_SUBPATTERN_REFERENCE:
+    case PCRE2_ERROR_BAD_RELATIVE_REFERENCE:
+      return std::regex_constants::error_backref;
+    case PCRE2_ERROR_NOMEMORY:
+      return std::regex_constants::error_space;
+    default:  // mostly misplaced quantifiers and malformed groups
+      return std::regex_constants::error_badrepeat;
+  }
+}
+
+struct CodeDeleter {
+  void operator()(pcre2_code* code) const { pcre2_code_free(code); }
+};
+struct MatchDataDeleter {
+  void operator()(pcre2_match_data* data) const { pcre2_match_data_free(data); }
+};
+struct MatchContextDeleter {
+  void operator()(pcre2_match_context* context) const { pcre2_match_context_free(context); }
+};
+struct CompileContextDeleter {
+  void operator()(pcre2_compile_context* context) const { pcre2_compile_context_free(context); }
+};
+struct JitStackDeleter {
+  void operator()(pcre2_jit_stack* stack) const { pcre2_jit_stack_free(stack); }
+};
+
+// One compiled pattern with its match data, for the length of one call.
 class CompiledPattern {
  public:
   explicit CompiledPattern(const char* pattern) {
-    pcre2_compile_context* context = pcre2_compile_context_create(nullptr);
-    // CR and LF both end a line, so "." matches neither of them.
-    pcre2_set_newline(context, PCRE2_NEWLINE_ANYCRLF);
+    std::unique_ptr<pcre2_compile_context, CompileContextDeleter> context(
+        pcre2_compile_context_create(nullptr));
+    if (!context) throw std::bad_alloc();
+    pcre2_set_newline(context.get(), PCRE2_NEWLINE_LF);
+    std::string translated = TranslatePattern(pattern);
     int error = 0;
     PCRE2_SIZE offset = 0;
-    // "[^]" is any character, "$" only at the very end, case ignored.
-    uint32_t options = PCRE2_CASELESS | PCRE2_ALLOW_EMPTY_CLASS | PCRE2_DOLLAR_ENDONLY;
-    code_ = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern), PCRE2_ZERO_TERMINATED, options,
-                          &error, &offset, context);
-    pcre2_compile_context_free(context);
-    if (code_ == nullptr) {
-      throw std::regex_error(std::regex_constants::error_badrepeat);
-    }
-    match_data_ = pcre2_match_data_create_from_pattern(code_, nullptr);
-  }
-
-  ~CompiledPattern() {
-    pcre2_match_data_free(match_data_);
-    pcre2_code_free(code_);
+    const uint32_t options = PCRE2_CASELESS | PCRE2_ALLOW_EMPTY_CLASS | PCRE2_DOLLAR_ENDONLY;
+    code_.reset(pcre2_compile(reinterpret_cast<PCRE2_SPTR>(translated.c_str()), translated.size(),
+                              options, &error, &offset, context.get()));
+    // The standard engine's exception: callers and hosts see one type for a
+    // pattern that doesn't compile, whichever engine stands behind it.
+    if (!code_) throw std::regex_error(CompileErrorType(error));
+    match_data_.reset(pcre2_match_data_create_from_pattern(code_.get(), nullptr));
+    if (!match_data_) throw std::bad_alloc();
   }
 
   CompiledPattern(const CompiledPattern&) = delete;
   CompiledPattern& operator=(const CompiledPattern&) = delete;
 
-  // Searches `subject`; true on a match. Limits are lifted so that a large
-  // subject never turns a match into a silent "no match".
-  bool Search(const char* subject, size_t length, size_t start_offset = 0) {
-    pcre2_match_context* context = pcre2_match_context_create(nullptr);
-    pcre2_set_match_limit(context, UINT32_MAX);
-    pcre2_set_depth_limit(context, UINT32_MAX);
-    pcre2_set_heap_limit(context, UINT32_MAX);
-    int rc = PCRE2_ERROR_NOMATCH;
-    bool done = false;
-    if (length >= kJitThreshold && pcre2_jit_compile(code_, PCRE2_JIT_COMPLETE) == 0) {
-      pcre2_jit_stack* stack = pcre2_jit_stack_create(kJitStackStart, kJitStackMax, nullptr);
-      if (stack != nullptr) {
-        pcre2_jit_stack_assign(context, nullptr, stack);
-        rc = pcre2_jit_match(code_, reinterpret_cast<PCRE2_SPTR>(subject), length, start_offset, 0,
-                             match_data_, context);
-        pcre2_jit_stack_free(stack);
-        done = rc >= 0 || rc == PCRE2_ERROR_NOMATCH;
-      }
+  // Searches subject[start_offset, length); true on a match. `options` may
+  // add PCRE2_ANCHORED and PCRE2_NOTEMPTY_ATSTART.
+  bool Search(const char* subject, size_t length, size_t start_offset, uint32_t options) {
+    PCRE2_SPTR text = reinterpret_cast<PCRE2_SPTR>(subject);
+    int rc = PCRE2_ERROR_JIT_STACKLIMIT;
+    if (length >= kJitThreshold && EnsureJit()) {
+      rc = pcre2_match(code_.get(), text, length, start_offset, options, match_data_.get(),
+                       Context());
     }
-    if (!done) {
-      // The interpreter keeps its backtracking frames on the heap, so it
-      // stands in wherever the JIT could not finish.
-      rc = pcre2_match(code_, reinterpret_cast<PCRE2_SPTR>(subject), length, start_offset, PCRE2_NO_JIT,
-                       match_data_, context);
+    if (rc == PCRE2_ERROR_JIT_STACKLIMIT || rc == PCRE2_ERROR_NOMEMORY) {
+      // The interpreter keeps its backtracking frames on the heap: it
+      // finishes what the JIT could not, and is the engine for short subjects.
+      rc = pcre2_match(code_.get(), text, length, start_offset, options | PCRE2_NO_JIT,
+                       match_data_.get(), Context());
     }
-    pcre2_match_context_free(context);
+    if (rc >= 0) return true;
     if (rc == PCRE2_ERROR_NOMATCH) return false;
-    if (rc < 0) throw std::runtime_error("regular-expression search failed");
-    return true;
+    // Never a silent "no match": a search that could not finish raises what
+    // the standard engine raises for the same cases, or the allocator's error.
+    if (rc == PCRE2_ERROR_NOMEMORY) throw std::bad_alloc();
+    if (rc == PCRE2_ERROR_MATCHLIMIT) throw std::regex_error(std::regex_constants::error_complexity);
+    throw std::regex_error(std::regex_constants::error_stack);
   }
 
   uint32_t GroupCount() const {
     uint32_t count = 0;
-    pcre2_pattern_info(code_, PCRE2_INFO_CAPTURECOUNT, &count);
+    pcre2_pattern_info(code_.get(), PCRE2_INFO_CAPTURECOUNT, &count);
     return count;
   }
 
-  // Text of group `n` of the last match; "" if it took no part.
-  std::string Group(const char* subject, uint32_t n) const {
-    if (n >= pcre2_get_ovector_count(match_data_)) return std::string();
-    PCRE2_SIZE* ovector = pcre2_get_ovector_pointer(match_data_);
-    PCRE2_SIZE start = ovector[2 * n];
-    PCRE2_SIZE end = ovector[2 * n + 1];
-    if (start == PCRE2_UNSET || end < start) return std::string();
-    return std::string(subject + start, end - start);
-  }
-
-  // Start and end of the whole last match.
-  void MatchBounds(size_t* start, size_t* end) const {
-    PCRE2_SIZE* ovector = pcre2_get_ovector_pointer(match_data_);
-    *start = ovector[0];
-    *end = ovector[1];
+  // Bounds of group `n` of the last match; false if it took no part.
+  bool GroupBounds(uint32_t n, size_t* start, size_t* end) const {
+    if (n >= pcre2_get_ovector_count(match_data_.get())) return false;
+    const PCRE2_SIZE* ovector = pcre2_get_ovector_pointer(match_data_.get());
+    *start = ovector[2 * n];
+    *end = ovector[2 * n + 1];
+    return *start != PCRE2_UNSET && *end >= *start;
   }
 
  private:
-  pcre2_code* code_;
-  pcre2_match_data* match_data_;
+  pcre2_match_context* Context() {
+    if (!context_) {
+      context_.reset(pcre2_match_context_create(nullptr));
+      if (!context_) throw std::bad_alloc();
+      // The default limits end a greedy "[^]+" over a few megabytes; only the
+      // memory of the machine bounds a search here, as it bounds std::regex.
+      pcre2_set_match_limit(context_.get(), UINT32_MAX);
+      pcre2_set_depth_limit(context_.get(), UINT32_MAX);
+      pcre2_set_heap_limit(context_.get(), UINT32_MAX);
+    }
+    return context_.get();
+  }
+
+  // Compiles the machine code and gives it a stack of its own on first use;
+  // false where the JIT is not to be had.
+  bool EnsureJit() {
+    if (!jit_tried_) {
+      jit_tried_ = true;
+      if (pcre2_jit_compile(code_.get(), PCRE2_JIT_COMPLETE) != 0) return false;
+      // Without a stack of its own the JIT would work on the caller's machine
+      // stack, which may be a small thread's.
+      jit_stack_.reset(pcre2_jit_stack_create(kJitStackStart, kJitStackMax, nullptr));
+      if (!jit_stack_) return false;
+      pcre2_jit_stack_assign(Context(), nullptr, jit_stack_.get());
+      jit_ready_ = true;
+    }
+    return jit_ready_;
+  }
+
+  std::unique_ptr<pcre2_code, CodeDeleter> code_;
+  std::unique_ptr<pcre2_match_data, MatchDataDeleter> match_data_;
+  std::unique_ptr<pcre2_match_context, MatchContextDeleter> context_;
+  std::unique_ptr<pcre2_jit_stack, JitStackDeleter> jit_stack_;
+  bool jit_tried_ = false;
+  bool jit_ready_ = false;
 };
 
-char* NewOwnedString(const std::string& text) {
-  char* copy = new char[text.size() + 1];
-  std::memcpy(copy, text.data(), text.size());
-  copy[text.size()] = '\0';
+char* NewOwnedString(const char* text, size_t length) {
+  char* copy = new char[length + 1];
+  std::memcpy(copy, text, length);
+  copy[length] = '\0';
   return copy;
 }
 
@@ -121,9 +235,11 @@ char* NewOwnedString(const std::string& text) {
 char* RegexFirstCapture(const char* subject, const char* pattern) {
   if (pattern == nullptr || pattern[0] == '\0' || subject == nullptr) return nullptr;
   CompiledPattern compiled(pattern);
-  if (!compiled.Search(subject, std::strlen(subject))) return nullptr;
+  if (!compiled.Search(subject, std::strlen(subject), 0, 0)) return nullptr;
   if (compiled.GroupCount() < 1) return nullptr;
-  return NewOwnedString(compiled.Group(subject, 1));
+  size_t start = 0, end = 0;
+  if (!compiled.GroupBounds(1, &start, &end)) return NewOwnedString("", 0);
+  return NewOwnedString(subject + start, end - start);
 }
 
 char* ExtractXmlElement(const char* xml, const char* word, bool whole) {
@@ -131,46 +247,61 @@ char* ExtractXmlElement(const char* xml, const char* word, bool whole) {
   const char* format = whole ? "(<[^<]*%s[^>]*>[^]+</[^<]*%s[^>]*>)"
                              : "<[^<]*%s[^>]*>([^]+)</[^<]*%s[^>]*>";
   size_t size = std::strlen(format) + 2 * std::strlen(word) + 1;
-  char* pattern = new char[size];
-  std::snprintf(pattern, size, format, word, word);
-  char* result = nullptr;
-  try {
-    result = RegexFirstCapture(xml, pattern);
-  } catch (...) {
-    delete[] pattern;
-    throw;
-  }
-  delete[] pattern;
-  return result;
+  std::unique_ptr<char[]> pattern(new char[size]);
+  std::snprintf(pattern.get(), size, format, word, word);
+  return RegexFirstCapture(xml, pattern.get());
 }
 
 bool RegexSearchGroups(const char* subject, const char* pattern, std::vector<std::string>* groups) {
   groups->clear();
   if (pattern == nullptr || pattern[0] == '\0' || subject == nullptr) return false;
   CompiledPattern compiled(pattern);
-  if (!compiled.Search(subject, std::strlen(subject))) return false;
+  if (!compiled.Search(subject, std::strlen(subject), 0, 0)) return false;
   uint32_t count = compiled.GroupCount();
-  for (uint32_t n = 1; n <= count; ++n) groups->push_back(compiled.Group(subject, n));
+  for (uint32_t n = 1; n <= count; ++n) {
+    size_t start = 0, end = 0;
+    if (compiled.GroupBounds(n, &start, &end)) {
+      groups->emplace_back(subject + start, end - start);
+    } else {
+      groups->emplace_back();
+    }
+  }
   return true;
 }
 
 std::string RegexRemoveAll(const std::string& subject, const char* pattern) {
-  // Operates on the text up to its first NUL, like every search here.
   const char* text = subject.c_str();
   size_t length = std::strlen(text);
+  // An empty pattern matches only empty texts, and those remove nothing.
+  if (pattern == nullptr || pattern[0] == '\0') return std::string(text, length);
   CompiledPattern compiled(pattern);
   std::string out;
   size_t copied = 0;  // text[0, copied) is settled
   size_t from = 0;    // where the next search starts
-  while (from <= length && compiled.Search(text, length, from)) {
+  uint32_t options = 0;
+  // The walk of std::regex_iterator: after an empty match the same place is
+  // tried once more for a non-empty match anchored there, and only then is
+  // one character stepped over.
+  while (from <= length) {
+    if (!compiled.Search(text, length, from, options)) {
+      if (options == 0) break;
+      options = 0;
+      ++from;
+      continue;
+    }
     size_t start = 0, end = 0;
-    compiled.MatchBounds(&start, &end);
+    compiled.GroupBounds(0, &start, &end);
     out.append(text + copied, start - copied);
     copied = end;
-    // An empty match removes nothing; the next search starts one further on.
-    from = end > start ? end : end + 1;
+    from = end;
+    if (end == start) {
+      if (end == length) break;
+      options = PCRE2_ANCHORED | PCRE2_NOTEMPTY_ATSTART;
+    } else {
+      options = 0;
+    }
   }
-  if (copied < length) out.append(text + copied, length - copied);
+  out.append(text + copied, length - copied);
   return out;
 }
 

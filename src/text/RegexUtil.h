@@ -4,7 +4,9 @@
 // character, "." matches neither CR nor LF, "$" only at the very end, search for
 // the leftmost match, subject up to its first NUL byte. Patterns are compiled
 // at every call; nothing is cached. A pattern that doesn't compile throws
-// std::regex_error. PCRE2 stays behind this header.
+// std::regex_error, and so does a search that cannot finish (error_complexity,
+// error_stack); running out of memory throws std::bad_alloc. A search never
+// turns such a failure into "no match". PCRE2 stays behind this header.
 #ifndef VANTREL_AUTH_TEXT_REGEX_UTIL_H_
 #define VANTREL_AUTH_TEXT_REGEX_UTIL_H_
 

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
 namespace Vantrel {
 namespace Auth {
@@ -26,11 +27,19 @@ char* StrDup(const char* source) {
 }
 
 void StrAssign(char** holder, const char* source) {
-  StrFree(holder);
+  // The holder is emptied before the copy is made, so a failed allocation
+  // leaves it null; the old text is released only after the copy, so a source
+  // inside it is still readable.
+  std::unique_ptr<char[]> old(*holder);
+  *holder = nullptr;
   *holder = StrDup(source);
 }
 
 void CopyOut(char* buffer, size_t* size, const char* source) {
+  if (size == nullptr) return;
+  // A null buffer has no room, whatever *size claims: the call becomes a
+  // query for the size needed.
+  if (buffer == nullptr) *size = 0;
   if (source == nullptr) {
     if (*size > 0) buffer[0] = '\0';
     return;

@@ -30,6 +30,8 @@ char* StrDup(const char* source);
 //   source null:  *size 0 -> untouched; otherwise buffer = "" and *size kept.
 //   fits:         text copied, *size kept.
 //   doesn't fit:  buffer = "" if *size > 0, and *size = length + 1.
+// A null buffer counts as no room, so a caller may ask for the size first with
+// (nullptr, &size = 0). A null `size` does nothing.
 void CopyOut(char* buffer, size_t* size, const char* source);
 
 // Decimal text of `value` as a new owned string.

@@ -1,0 +1,152 @@
+#include "UrlUtil.h"
+
+#include <cstring>
+#include <memory>
+
+#include "RegexUtil.h"
+#include "StringUtil.h"
+
+namespace Vantrel {
+namespace Auth {
+namespace {
+
+const unsigned char kNotHex = 0xFF;
+
+struct CodecTables {
+  unsigned char hex_value[256];
+  unsigned char unreserved[256];
+};
+
+constexpr CodecTables MakeCodecTables() {
+  CodecTables tables{};
+  for (int i = 0; i < 256; ++i) {
+    tables.hex_value[i] = kNotHex;
+    tables.unreserved[i] = 0;
+  }
+  for (int c = '0'; c <= '9'; ++c) {
+    tables.hex_value[c] = static_cast<unsigned char>(c - '0');
+    tables.unreserved[c] = 1;
+  }
+  for (int c = 'A'; c <= 'Z'; ++c) tables.unreserved[c] = 1;
+  for (int c = 'a'; c <= 'z'; ++c) tables.unreserved[c] = 1;
+  for (int c = 'A'; c <= 'F'; ++c) tables.hex_value[c] = static_cast<unsigned char>(c - 'A' + 10);
+  for (int c = 'a'; c <= 'f'; ++c) tables.hex_value[c] = static_cast<unsigned char>(c - 'a' + 10);
+  return tables;
+}
+
+// Only letters and digits pass unencoded. "-", ".", "_" and "~" are encoded as
+// well: still a valid encoding of the same value, and one rule with no exceptions.
+constexpr CodecTables kCodec = MakeCodecTables();
+const char kHexDigits[] = "0123456789ABCDEF";
+
+// Order matters: a page is recognised only once query and fragment are gone.
+const char* const kSanitizePatterns[] = {
+    "\\?(.*)$",
+    "#(.*)$",
+    "/[^/]*\\.aspx$",
+};
+
+}  // namespace
+
+void JoinUrl(char** out, const char* base, const char* path) {
+  // The old value is released only after the new one is built, so that a
+  // caller may join onto the string it holds in *out.
+  std::unique_ptr<char[]> old(*out);
+  *out = nullptr;
+  if (base == nullptr || base[0] == '\0') return;
+  if (path == nullptr || path[0] == '\0') {
+    *out = StrDup(base);
+    return;
+  }
+  size_t base_length = std::strlen(base);
+  size_t path_length = std::strlen(path);
+  char* joined = new char[base_length + 1 + path_length + 1];
+  std::memcpy(joined, base, base_length);
+  joined[base_length] = '/';
+  std::memcpy(joined + base_length + 1, path, path_length + 1);
+  *out = joined;
+}
+
+char* EscapeSpaces(char* text) {
+  if (text == nullptr) return nullptr;
+  size_t blanks = 0;
+  size_t length = 0;
+  for (; text[length] != '\0'; ++length) {
+    if (text[length] == ' ') ++blanks;
+  }
+  if (blanks == 0) return text;
+  std::unique_ptr<char[]> old(text);
+  char* escaped = new char[length + 2 * blanks + 1];
+  char* to = escaped;
+  for (const char* from = text; *from != '\0'; ++from) {
+    if (*from == ' ') {
+      *to++ = '%';
+      *to++ = '2';
+      *to++ = '0';
+    } else {
+      *to++ = *from;
+    }
+  }
+  *to = '\0';
+  return escaped;
+}
+
+std::string PercentEncode(const std::string& text) {
+  std::string out;
+  out.reserve(text.size() * 3);
+  for (char c : text) {
+    unsigned char byte = static_cast<unsigned char>(c);
+    if (kCodec.unreserved[byte] != 0) {
+      out += c;
+    } else {
+      out += '%';
+      out += kHexDigits[byte >> 4];
+      out += kHexDigits[byte & 0x0F];
+    }
+  }
+  return out;
+}
+
+std::string PercentDecode(const std::string& text) {
+  std::string out;
+  out.reserve(text.size());
+  size_t i = 0;
+  while (i + 2 < text.size()) {
+    unsigned char high = kCodec.hex_value[static_cast<unsigned char>(text[i + 1])];
+    unsigned char low = kCodec.hex_value[static_cast<unsigned char>(text[i + 2])];
+    if (text[i] == '%' && high != kNotHex && low != kNotHex) {
+      out += static_cast<char>(high * 16 + low);
+      i += 3;
+    } else {
+      out += text[i];
+      ++i;
+    }
+  }
+  // One or two bytes are left at most; they can hold no whole sequence.
+  out.append(text, i, std::string::npos);
+  return out;
+}
+
+char* UrlEncode(char* text) {
+  if (text == nullptr) return nullptr;
+  std::unique_ptr<char[]> owned(text);
+  return StrDup(PercentEncode(text).c_str());
+}
+
+char* UrlDecode(char* text) {
+  if (text == nullptr) return nullptr;
+  std::unique_ptr<char[]> owned(text);
+  // c_str() ends the copy at the first NUL, so "%00" cuts the result there.
+  return StrDup(PercentDecode(text).c_str());
+}
+
+char* SanitizeUrl(char* url) {
+  if (url == nullptr || url[0] == '\0') return url;
+  std::unique_ptr<char[]> owned(url);
+  std::string cut = url;
+  for (const char* pattern : kSanitizePatterns) cut = RegexRemoveAll(cut, pattern);
+  return StrDup(cut.c_str());
+}
+
+}  // namespace Auth
+}  // namespace Vantrel

@@ -1,0 +1,1 @@
+#error "a public header of the library reached PCRE2's header"
