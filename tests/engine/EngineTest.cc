@@ -1,0 +1,280 @@
+// The engine frame: logger, error detail, configuration, global set-up and the
+// result texts. libcurl's two global calls go through counting hooks.
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "AuthEngine.h"
+#include "AuthEngineConfig.h"
+#include "ErrorDetail.h"
+#include "Logger.h"
+#include "VantrelCurlGlobal.h"
+
+// Counts this thread's global allocations while `allocations` is not negative.
+namespace {
+thread_local int allocations = -1;
+void* Counted(std::size_t size) {
+  if (allocations >= 0) ++allocations;
+  if (void* memory = std::malloc(size != 0 ? size : 1)) return memory;
+  throw std::bad_alloc();
+}
+}  // namespace
+void* operator new(std::size_t size) { return Counted(size); }
+void* operator new[](std::size_t size) { return Counted(size); }
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace Vantrel {
+namespace Auth {
+namespace {
+
+using Entries = std::vector<std::pair<VantrelAuthLogLevel, std::string>>;
+Entries entries;
+void Record(VantrelAuthLogLevel level, const char* message) { entries.emplace_back(level, message); }
+void Ignore(VantrelAuthLogLevel, const char*) {}
+
+int init_calls = 0, cleanup_calls = 0;
+long init_flags = -1;
+CURLcode init_result = CURLE_OK;
+CURLcode CountingInit(long flags) {
+  ++init_calls;
+  init_flags = flags;
+  return init_result;
+}
+void CountingCleanup() { ++cleanup_calls; }
+
+class EngineTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    VantrelCurlGlobal::SetHooksForTesting(&CountingInit, &CountingCleanup);
+    AuthEngine::GlobalCleanup();
+    init_calls = cleanup_calls = 0;
+    init_result = CURLE_OK;
+  }
+  void TearDown() override {
+    AuthEngine::GlobalCleanup();
+    VantrelCurlGlobal::SetHooksForTesting(nullptr, nullptr);
+    Listen(kLogLevelOff);
+    Logger::GetInstance()->SetCallback(nullptr);
+    AuthEngineConfig::SetProxy(nullptr);
+    AuthEngineConfig::SetTempLogDir(nullptr);
+  }
+  // Installs the recorder, then the level, without logging either change.
+  static void Listen(VantrelAuthLogLevel level, VantrelAuthLogCallback callback = &Record) {
+    Logger::GetInstance()->SetLogLevel(kLogLevelOff);
+    Logger::GetInstance()->SetCallback(callback);
+    Logger::GetInstance()->SetLogLevel(level);
+    entries.clear();
+  }
+  static std::vector<std::string> Texts() {
+    std::vector<std::string> texts;
+    for (const auto& entry : entries) texts.push_back(entry.second);
+    return texts;
+  }
+};
+
+void Format(VantrelAuthLogLevel level, const char* format, const char* a1 = nullptr, const char* a2 = nullptr,
+            const char* a3 = nullptr, const char* a4 = nullptr, const char* a5 = nullptr) {
+  Logger::LogFormat(level, format, a1, a2, a3, a4, a5);
+}
+const char* kWidest = "%s - Cookie Expiry: %s, HttpOnly: %s, TailMatch: %s, Secure: %s";
+
+// A callback, a logger level other than 0, and the message's level at most
+// the logger's, compared as signed numbers.
+TEST_F(EngineTest, LoggerFilter) {
+  struct { int logger, message; bool passes; } rows[] = {{0, 1, false}, {0, 0, false}, {1, 1, true},
+      {1, 2, false}, {2, 1, true}, {7, 7, true}, {1, -1, true}, {-1, -2, true}, {-1, 1, false}};
+  for (const auto& row : rows) {
+    Listen(static_cast<VantrelAuthLogLevel>(row.logger));
+    auto level = static_cast<VantrelAuthLogLevel>(row.message);
+    Logger::Log(level, "plain");
+    Format(level, "formatted %s", "x");
+    EXPECT_EQ(entries, row.passes ? (Entries{{level, "plain"}, {level, "formatted x"}}) : Entries{})
+        << row.logger << " " << row.message;
+  }
+}
+
+TEST_F(EngineTest, LoggerFormatting) {
+  Listen(kLogLevelDebug);
+  std::string name(300, 'n');  // a buffer sized from the format alone would overflow
+  Format(kLogLevelDebug, kWidest, name.c_str(), "Thu Jan  1 00:00:00 1970\n", "Y", "N", "Y");
+  char widest[1024];
+  std::snprintf(widest, sizeof(widest), kWidest, name.c_str(), "Thu Jan  1 00:00:00 1970\n", "Y", "N", "Y");
+  Format(kLogLevelInfo, "SetProxy(%s)");
+  Format(kLogLevelInfo, "%s|%s|%s|%s|%s", "1", nullptr, "3", nullptr, "5");
+  Format(kLogLevelInfo, nullptr, "a");
+  Format(kLogLevelInfo, "", "a");
+  Logger::Log(kLogLevelInfo, nullptr);
+  Logger::Log(kLogLevelInfo, "100% %s %d %n");
+  Format(kLogLevelInfo, "value: %s", "%s%d%n%%");
+  Format(kLogLevelInfo, "%s%%", "50");
+  // A format breaking the placeholder rule goes out unformatted.
+  Format(kLogLevelInfo, "count %d of %s", "a", "b");
+  Format(kLogLevelInfo, "%s%s%s%s%s%s", "1", "2", "3", "4", "5");
+  Format(kLogLevelInfo, "trailing %", "a");
+  EXPECT_EQ(Texts(), (std::vector<std::string>{widest, "SetProxy()", "1||3||5", "100% %s %d %n",
+                                               "value: %s%d%n%%", "50%", "count %d of %s", "%s%s%s%s%s%s",
+                                               "trailing %"}));
+}
+
+// The filter stands before all work; a message that passes costs two.
+TEST_F(EngineTest, LoggerAllocatesOnlyForMessagesThatPass) {
+  struct { VantrelAuthLogLevel logger; VantrelAuthLogCallback callback; int expected; } rows[] = {
+      {kLogLevelOff, &Ignore, 0}, {kLogLevelInfo, &Ignore, 0}, {kLogLevelDebug, nullptr, 0},
+      {kLogLevelDebug, &Ignore, 2}};
+  for (const auto& row : rows) {
+    Listen(row.logger, row.callback);
+    Logger::Log(kLogLevelDebug, "plain");  // no callback: not called
+    allocations = 0;
+    Format(kLogLevelDebug, kWidest, "a", "b", "c", "d", "e");
+    int counted = allocations;
+    allocations = -1;
+    EXPECT_EQ(counted, row.expected) << row.logger;
+  }
+}
+
+template <typename... Text>
+std::string After(ErrorDetail* detail, Text... text) { return detail->Set(text...), detail->Get(); }
+
+TEST_F(EngineTest, ErrorDetailCutsAtTheCapacity) {
+  for (size_t requested : {0, 3, 4}) EXPECT_EQ(ErrorDetail(requested).Capacity(), 4u) << requested;
+  ErrorDetail four(4);
+  EXPECT_EQ(After(&four, "abc"), "abc");
+  EXPECT_EQ(After(&four, "abcd"), "...");
+
+  ErrorDetail detail(256);
+  const char* buffer = detail.Get();
+  EXPECT_EQ(After(&detail, std::string(255, 'a').c_str()), std::string(255, 'a'));
+  EXPECT_EQ(After(&detail, (std::string(252, 'b') + "XYZW").c_str()), std::string(252, 'b') + "...");
+  EXPECT_EQ(After(&detail, "p", std::string(10000, 'c').c_str()), "p" + std::string(251, 'c') + "...");
+  EXPECT_EQ(After(&detail, "", INT_MIN), "-2147483648");
+  EXPECT_EQ(detail.Get(), buffer);  // never moves or grows
+  detail.Clear();
+  EXPECT_STREQ(detail.Get(), "");
+
+  // Every form cuts at the same boundary; the minus sign counts.
+  ErrorDetail twelve(12);
+  EXPECT_EQ(After(&twelve, "Curl error: ", "x"), "Curl err...");
+  EXPECT_EQ(After(&twelve, "Curl e", "rror!"), "Curl error!");
+  EXPECT_EQ(After(&twelve, "HTTP ", 1234567), "HTTP 123...");
+  EXPECT_EQ(After(&twelve, "HTTP ", 123456), "HTTP 123456");
+  EXPECT_EQ(After(&twelve, "HTTP ", -1234567), "HTTP -12...");
+  EXPECT_EQ(After(&twelve, "HTTP ", -12345), "HTTP -12345");
+  EXPECT_EQ(After(&twelve, nullptr, "b"), "b");  // null reads as empty
+  EXPECT_EQ(After(&twelve, "a", static_cast<const char*>(nullptr)), "a");
+  EXPECT_EQ(After(&twelve, nullptr, 5), "5");
+  EXPECT_EQ(After(&twelve, "x", twelve.Get()), "x5");  // from itself
+  EXPECT_EQ(After(&twelve, twelve.Get()), "x5");
+}
+
+TEST_F(EngineTest, GlobalInitAndCleanupCycles) {
+  Listen(kLogLevelDebug);
+  AuthEngine::GlobalCleanup();  // without init: only logs
+  EXPECT_EQ(cleanup_calls, 0);
+  for (int cycle = 1; cycle <= 3; ++cycle) {
+    EXPECT_EQ(AuthEngine::GlobalInit(), kAuthResultOk);
+    EXPECT_EQ(AuthEngine::GlobalInit(), kAuthResultOk);
+    AuthEngine::GlobalCleanup();
+    AuthEngine::GlobalCleanup();
+    EXPECT_EQ(init_calls, cycle);
+    EXPECT_EQ(cleanup_calls, cycle);
+  }
+  EXPECT_EQ(init_flags, CURL_GLOBAL_ALL);
+  EXPECT_EQ(Entries(entries.begin(), entries.begin() + 6),
+            (Entries{{kLogLevelInfo, "AuthEngine::GlobalCleanup()"},
+                     {kLogLevelInfo, "AuthEngine::GlobalInit()"},
+                     {kLogLevelDebug, "NetworkControlLibcurl::Init() called"},
+                     {kLogLevelInfo, "AuthEngine::GlobalInit()"},
+                     {kLogLevelInfo, "AuthEngine::GlobalCleanup()"},
+                     {kLogLevelDebug, "NetworkControlLibcurl::Cleanup() called"}}));
+
+  init_result = CURLE_FAILED_INIT;  // a failure is tried again next time
+  EXPECT_EQ(AuthEngine::GlobalInit(), kAuthResultInitError);
+  AuthEngine::GlobalCleanup();
+  EXPECT_EQ(cleanup_calls, 3);
+  init_result = CURLE_OK;
+  EXPECT_EQ(AuthEngine::GlobalInit(), kAuthResultOk);
+  EXPECT_EQ(init_calls, 5);
+}
+
+TEST_F(EngineTest, ConfigurationSettersCopyAndLog) {
+  Listen(kLogLevelInfo);
+  std::string proxy = "http://user:pw@proxy:3128";
+  AuthEngineConfig::SetProxy(proxy.c_str());
+  proxy[0] = 'X';
+  EXPECT_STREQ(AuthEngineConfig::GetProxy(), "http://user:pw@proxy:3128");
+  AuthEngineConfig::SetProxy(AuthEngineConfig::GetProxy() + 7);  // a getter's pointer handed back
+  EXPECT_STREQ(AuthEngineConfig::GetProxy(), "user:pw@proxy:3128");
+  AuthEngineConfig::SetProxy("");  // an empty proxy clears ...
+  EXPECT_EQ(AuthEngineConfig::GetProxy(), nullptr);
+  AuthEngineConfig::SetTempLogDir("");  // ... an empty directory is kept
+  ASSERT_NE(AuthEngineConfig::GetTempLogDir(), nullptr);
+  AuthEngineConfig::SetTempLogDir("/tmp/x");
+  EXPECT_EQ(Texts(), (std::vector<std::string>{"AuthEngineConfig::SetProxy(http://user:pw@proxy:3128)",
+                                               "AuthEngineConfig::SetProxy(user:pw@proxy:3128)",
+                                               "AuthEngineConfig::SetProxy()",
+                                               "AuthEngineConfig::SetTempLogDir dir: ",
+                                               "AuthEngineConfig::SetTempLogDir dir: /tmp/x"}));
+}
+
+TEST_F(EngineTest, LevelChangeIsLoggedUnderTheOldLevelAndCallbackChangeToTheOldCallback) {
+  Listen(kLogLevelOff);
+  AuthEngineConfig::SetLogLevel(kLogLevelDebug);  // from 0: silent
+  AuthEngineConfig::SetLogLevel(kLogLevelInfo);
+  AuthEngineConfig::SetLogLevel(static_cast<VantrelAuthLogLevel>(-3));  // nothing passes ...
+  AuthEngineConfig::SetLogLevel(kLogLevelInfo);                        // ... so this is silent
+  AuthEngineConfig::SetLogLevel(kLogLevelOff);                         // down to 0: still logged
+  EXPECT_EQ(Texts(), (std::vector<std::string>{"AuthEngineConfig::SetLogLevel(1)",
+                                               "AuthEngineConfig::SetLogLevel(-3)",
+                                               "AuthEngineConfig::SetLogLevel(0)"}));
+  Listen(kLogLevelInfo);
+  AuthEngineConfig::SetLoggerCallback(&Ignore);
+  AuthEngineConfig::SetLoggerCallback(&Record);  // Ignore hears this one
+  AuthEngineConfig::SetLoggerCallback(nullptr);
+  AuthEngineConfig::SetProxy("p");
+  EXPECT_EQ(Texts(), (std::vector<std::string>{"AuthEngineConfig::SetLoggerCallback(...)",
+                                               "AuthEngineConfig::SetLoggerCallback(...)"}));
+}
+
+std::string ResultText(AuthResult result, size_t size = 64) {
+  char buffer[64] = "untouched";
+  AuthEngine().GetResultStr(result, buffer, &size);
+  return size == 64 ? buffer : "size changed";
+}
+
+TEST_F(EngineTest, ResultTexts) {
+  const char* texts[] = {"OK", "Internal error", "Initialisation error", "Invalid input", "Invalid option",
+                         "Failed to send request", "HTTP error", "Authentication failed",
+                         "BPOS converted SharePoint Online site.  Not supported."};
+  ASSERT_EQ(AuthEngine::GlobalInit(), kAuthResultOk);
+  AuthEngine::GlobalCleanup();  // the texts outlive it
+  for (int value = 0; value < 9; ++value) EXPECT_EQ(ResultText(static_cast<AuthResult>(value)), texts[value]);
+  for (int value : {-1, 9}) EXPECT_EQ(ResultText(static_cast<AuthResult>(value)), "") << value;
+}
+
+// The table is filled by the first GlobalInit, failed or not: only a new
+// process shows the state before it.
+TEST(EngineFreshProcessTest, ResultTextsAppearWithTheFirstGlobalInit) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        bool empty_before = ResultText(kAuthResultOk).empty();
+        VantrelCurlGlobal::SetHooksForTesting([](long) { return CURLE_FAILED_INIT; }, nullptr);
+        bool failed = AuthEngine::GlobalInit() == kAuthResultInitError;
+        failed = failed && ResultText(kAuthResultInitError) == "Initialisation error";
+        std::exit(empty_before && failed ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+}  // namespace Auth
+}  // namespace Vantrel
