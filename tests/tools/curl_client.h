@@ -1,6 +1,5 @@
-// CurlClient: one libcurl easy handle set up the way the library's transport
-// sets it up (cookie engine on, cookies wiped per request), for talking to the
-// emulator in tests.
+// CurlClient: one libcurl easy handle, kept across transfers so that
+// connections are reused, for talking to the emulator in tests.
 #ifndef VANTREL_TESTS_TOOLS_CURL_CLIENT_H_
 #define VANTREL_TESTS_TOOLS_CURL_CLIENT_H_
 
@@ -15,8 +14,7 @@ namespace Emulation {
 struct CurlReply {
   CURLcode code = CURLE_OK;
   long status = 0;
-  std::string headers;  // every header block received, raw
-  std::string body;
+  std::string headers, body;  // headers: every block received, raw
   double seconds = 0;
   long new_connections = 0;
 };
@@ -53,8 +51,6 @@ class CurlClient {
   // beforehand stay in force.
   CurlReply Perform(const std::string& url, const std::string* post_body = nullptr) {
     CurlReply reply;
-    curl_easy_setopt(handle_, CURLOPT_COOKIELIST, "ALL");
-    curl_easy_setopt(handle_, CURLOPT_COOKIEFILE, "");
     curl_easy_setopt(handle_, CURLOPT_URL, url.c_str());
     curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, headers_);
     curl_easy_setopt(handle_, CURLOPT_HTTPGET, 1L);
@@ -71,16 +67,6 @@ class CurlClient {
     curl_easy_getinfo(handle_, CURLINFO_TOTAL_TIME, &reply.seconds);
     curl_easy_getinfo(handle_, CURLINFO_NUM_CONNECTS, &reply.new_connections);
     return reply;
-  }
-
-  // The cookie engine's Netscape lines after the last transfer.
-  std::vector<std::string> Cookies() const {
-    curl_slist* list = nullptr;
-    curl_easy_getinfo(handle_, CURLINFO_COOKIELIST, &list);
-    std::vector<std::string> lines;
-    for (curl_slist* node = list; node != nullptr; node = node->next) lines.emplace_back(node->data);
-    curl_slist_free_all(list);
-    return lines;
   }
 
  private:
