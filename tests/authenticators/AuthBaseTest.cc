@@ -1,15 +1,19 @@
-// The options every authenticator carries, how they reach each request, and
-// the null checks at the start of an attempt. Run through SharePointFba, the
-// simplest subclass, with a scripted transport.
+// What every authenticator shares, with a scripted transport: options copied
+// into each request, missing objects, a response without a code.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <functional>
+#include <memory>
+#include <tuple>
 #include <string>
 
+#include "Adfs.h"
 #include "AuthEngineConfig.h"
-#include "ErrorDetail.h"
-#include "NetworkConfig.h"
+#include "CredentialFactory.h"
+#include "Ntlm.h"
+#include "SharePointAdfs.h"
 #include "SharePointFba.h"
+#include "SharePointOffice365.h"
 #include "support/Authenticators.h"
 #include "support/FakeNetworkControl.h"
 #include "support/LogCapture.h"
@@ -20,109 +24,73 @@ namespace {
 
 using testing::Detail;
 using testing::FakeNetworkControl;
-using testing::ScopedLogCapture;
-
-TEST(AuthBaseTest, FreshOptionsAndTheirBufferGetters) {
-  FakeNetworkControl transport;
-  SharePointFba fba(&transport);
-  EXPECT_TRUE(fba.IsSslVerifyCertEnabled());
-  EXPECT_TRUE(fba.IsSslVerifyHostEnabled());
-  EXPECT_EQ(fba.GetSslVersion(), kSslVersionDefault);
-  EXPECT_EQ(fba.GetNetworkControl(), &transport);
-
-  // No CA file: an empty text, and the caller's size is left alone.
-  char buffer[64];
-  std::memset(buffer, 'x', sizeof(buffer));
-  size_t size = 16;
-  EXPECT_EQ(fba.GetCaFile(buffer, &size), kAuthResultOk);
-  EXPECT_STREQ(buffer, "");
-  EXPECT_EQ(size, 16u);
-
-  // Too small a buffer: still kAuthResultOk, an empty text and the size needed.
-  size = 10;
-  EXPECT_EQ(fba.GetServiceEndpoint(buffer, &size), kAuthResultOk);
-  EXPECT_STREQ(buffer, "");
-  EXPECT_EQ(size, std::strlen("_vti_bin/authentication.asmx") + 1);
-  EXPECT_EQ(fba.GetServiceEndpoint(buffer, &size), kAuthResultOk);
-  EXPECT_STREQ(buffer, "_vti_bin/authentication.asmx");
-}
 
 TEST(AuthBaseTest, EachAttemptCopiesTheOptionsAndGlobalSettingsAfresh) {
-  ScopedLogCapture log(kLogLevelDebug);
+  testing::ScopedLogCapture log(kLogLevelDebug);
   FakeNetworkControl transport;
   SharePointFba fba(&transport);
   fba.SetCaFile("/etc/ca.pem");
   fba.EnableSslVerifyHost(false);
-  // Out of the enumeration: stored and handed on, for the transport to judge.
-  fba.SetSslVersion(static_cast<SslVersion>(7));
+  fba.SetSslVersion(kSslVersionTls1);
   AuthEngineConfig::SetProxy("http://proxy.test:3128");
-
   ASSERT_EQ(fba.Authenticate("https://h/s", "u", "p"), kAuthResultAuthFailed);
-  EXPECT_EQ(fba.GetSslVersion(), static_cast<SslVersion>(7));
-
   AuthEngineConfig::SetLogLevel(kLogLevelInfo);
   AuthEngineConfig::SetProxy(nullptr);
   fba.SetCaFile("");
   fba.EnableSslVerifyHost(true);
   fba.EnableSslVerifyCert(false);
-  fba.SetSslVersion(kSslVersionTls1);
   ASSERT_EQ(fba.Authenticate("http://h/s", "u", "p"), kAuthResultAuthFailed);
 
   ASSERT_EQ(transport.sent().size(), 2u);
-  const testing::SentRequest& first = transport.sent()[0];
-  EXPECT_TRUE(first.ssl_used);
-  EXPECT_TRUE(first.verify_cert);
-  EXPECT_FALSE(first.verify_host);
-  EXPECT_EQ(first.ssl_version, static_cast<SslVersion>(7));
-  EXPECT_EQ(first.ca_file, "/etc/ca.pem");
-  EXPECT_EQ(first.proxy, "http://proxy.test:3128");
-  EXPECT_TRUE(first.verbose);
-
-  const testing::SentRequest& second = transport.sent()[1];
-  EXPECT_FALSE(second.ssl_used);
-  EXPECT_FALSE(second.verify_cert);
-  EXPECT_TRUE(second.verify_host);
-  EXPECT_EQ(second.ssl_version, kSslVersionTls1);
-  EXPECT_EQ(second.ca_file, "");
-  EXPECT_EQ(second.proxy, "<null>");
-  EXPECT_FALSE(second.verbose);
+  const testing::SentRequest &first = transport.sent()[0], &second = transport.sent()[1];
+  EXPECT_EQ(std::make_tuple(first.ssl_used, first.verify_cert, first.verify_host, first.verbose),
+            std::make_tuple(true, true, false, true));
+  EXPECT_EQ(std::make_tuple(first.ssl_version, first.ca_file, first.proxy),
+            std::make_tuple(kSslVersionTls1, std::string("/etc/ca.pem"), std::string("http://proxy.test:3128")));
+  EXPECT_EQ(std::make_tuple(second.ssl_used, second.verify_cert, second.verify_host, second.verbose),
+            std::make_tuple(false, false, true, false));
+  EXPECT_EQ(std::make_tuple(second.ca_file, second.proxy), std::make_tuple(std::string(""), std::string("<null>")));
 }
 
-// Subclasses that lose one of the objects an attempt needs.
-class FbaWithoutConfig : public SharePointFba {
- public:
-  using SharePointFba::SharePointFba;
+TEST(AuthBaseTest, NoTransportOrNoResponseCode) {
+  std::unique_ptr<ICredential> token(CredentialFactory::CreateCredentialFromRstr(
+      "<wsse:BinarySecurityToken Id=\"C\">t=x</wsse:BinarySecurityToken>"));
+  // Each sign-in, run on a transport; what it left as detail.
+  const std::function<AuthResult(INetworkControl*, std::string*)> attempts[] = {
+      [](INetworkControl* n, std::string* d) { SharePointFba a(n); AuthResult r = a.Authenticate("http://h/s", "u", "p"); *d = Detail(a); return r; },
+      [](INetworkControl* n, std::string* d) { Adfs a(n); AuthResult r = a.AuthenticateByUser("http://h", "urn:r", "u", "p"); *d = Detail(a); return r; },
+      [](INetworkControl* n, std::string* d) { SharePointAdfs a(n); AuthResult r = a.AuthenticateByRstr("http://h/s", "r"); *d = Detail(a); return r; },
+      [&](INetworkControl* n, std::string* d) { SharePointOffice365 a(n); AuthResult r = a.Authenticate("https://h/s", token.get()); *d = Detail(a); return r; },
+  };
+  for (const auto& attempt : attempts) {
+    std::string detail;
+    EXPECT_EQ(attempt(nullptr, &detail), kAuthResultInternalError);
+    EXPECT_EQ(detail, "Null pointer(s) detected.");
+    FakeNetworkControl silent([](NetworkResult*) { return kAuthResultOk; });
+    EXPECT_EQ(attempt(&silent, &detail), kAuthResultHttpError);
+    EXPECT_EQ(detail, "Unexpected HTTP response code.  Response code: 0");
+  }
+}
 
- protected:
-  NetworkConfig* GetNetworkConfig() override { return nullptr; }
-};
+TEST(AuthBaseTest, TransportFailureIsPassedOn) {
+  const char kText[] = "Null handle encountered.  This might be caused by network initialization not called prior to use.";
+  FakeNetworkControl no_handle([&](NetworkResult* result) {
+    result->SetErrorMsg(kText);
+    return kAuthResultInternalError;
+  });
+  SharePointFba fba(&no_handle);
+  EXPECT_EQ(fba.Authenticate("http://h/s", "u", "p"), kAuthResultInternalError);
+  EXPECT_EQ(Detail(fba), kText);
+}
 
-class FbaWithoutDetail : public SharePointFba {
- public:
-  using SharePointFba::SharePointFba;
-
- protected:
-  using SharePointFba::GetErrorDetail;
-  ErrorDetail* GetErrorDetail() override { return nullptr; }
-};
-
-TEST(AuthBaseTest, AnAttemptWithAMissingObjectIsAnInternalErrorAndSendsNothing) {
+// Ntlm holds a place in the interface: it succeeds and touches nothing.
+TEST(AuthBaseTest, NtlmSucceedsWithoutTouchingAnything) {
   FakeNetworkControl transport;
-
-  FbaWithoutConfig without_config(&transport);
-  EXPECT_EQ(without_config.Authenticate("http://h/s", "u", "p"), kAuthResultInternalError);
-  EXPECT_EQ(Detail(without_config), "Null pointer(s) detected.");
-
-  FbaWithoutDetail without_detail(&transport);
-  EXPECT_EQ(without_detail.Authenticate("http://h/s", "u", "p"), kAuthResultInternalError);
-  EXPECT_EQ(Detail(without_detail), "");
-
-  // The missing transport is caught before the arguments are looked at.
-  SharePointFba without_transport(nullptr);
-  EXPECT_EQ(without_transport.Authenticate(nullptr, nullptr, nullptr), kAuthResultInternalError);
-  EXPECT_EQ(Detail(without_transport), "Null pointer(s) detected.");
-  EXPECT_EQ(without_transport.GetFedAuthCookie(), nullptr);
-
+  Ntlm ntlm(&transport);
+  char* out = reinterpret_cast<char*>(0x1);
+  EXPECT_EQ(ntlm.Authenticate("a", "b", "c", &out), kAuthResultOk);
+  EXPECT_EQ(Ntlm(nullptr).Authenticate(nullptr, nullptr, nullptr, nullptr), kAuthResultOk);
+  EXPECT_EQ(out, reinterpret_cast<char*>(0x1));
   EXPECT_TRUE(transport.sent().empty());
 }
 

@@ -1,20 +1,15 @@
-// What the SharePoint Online tests share: the sign-in service and a site
-// under their real host names, reached through the emulator's proxy, and a
-// transport that lets a test see what each request asked of libcurl.
-#ifndef VANTREL_TESTS_AUTHENTICATORS_ONLINE_FIXTURE_H_
-#define VANTREL_TESTS_AUTHENTICATORS_ONLINE_FIXTURE_H_
+// The sign-in service and sites under their real host names, reached through
+// the emulator's proxy, and a transport that records each request's SSL version.
+#pragma once
 
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "AuthBase.h"
 #include "AuthEngineConfig.h"
 #include "ICredential.h"
-#include "INetworkControl.h"
 #include "NetworkControlLibcurl.h"
 #include "emulator/AdfsServer.h"
 #include "emulator/Office365Service.h"
@@ -26,16 +21,13 @@ namespace Vantrel {
 namespace Auth {
 namespace testing {
 
-constexpr char kSignInHost[] = "login.microsoftonline.com";
 constexpr char kSiteHost[] = "contoso.sharepoint.com";
 constexpr char kRealm[] = "https://contoso.sharepoint.com";
 constexpr char kSite[] = "https://contoso.sharepoint.com/sites/team";
 constexpr char kManagedUser[] = "adele@contoso.com";
 constexpr char kManagedPassword[] = "Spring-2024";
 
-// The real transport, with a note of what each request asked for: the SSL
-// version is decided in the request description and can't be seen on the
-// wire, since this libcurl refuses SSL 3 and falls back to its default.
+// The SSL version can't be seen on the wire: this libcurl refuses SSL 3.
 class RecordingTransport : public INetworkControl {
  public:
   struct Sent {
@@ -74,22 +66,15 @@ class OnlineTest : public EmulatorTest {
     EmulatorTest::TearDown();
   }
 
-  // The sign-in service, then a site that registers its realm with it.
   void InstallService(Emulation::Office365ServiceOptions options = {}) {
-    service_options_ = std::move(options);
-    service_ = Emulation::InstallOffice365Service(&emulator_, service_options_);
+    service_ = Emulation::InstallOffice365Service(&emulator_, options);
   }
   void InstallSite(Emulation::OnlineSiteOptions options = {}) {
     site_ = Emulation::InstallOnlineSite(&emulator_, options, service_);
   }
 
-  // Every authenticator of these tests talks TLS to names the emulator's CA
-  // vouches for, with both checks left on.
-  void Trust(AuthBase* authenticator) const {
-    authenticator->SetCaFile(emulator_.CaFile().c_str());
-  }
+  void Trust(AuthBase* authenticator) const { authenticator->SetCaFile(emulator_.CaFile().c_str()); }
 
-  // "METHOD host target" of each request the emulator answered, in order.
   std::vector<std::string> RequestLines() const {
     std::vector<std::string> lines;
     for (const Emulation::Request& request : emulator_.Requests()) {
@@ -98,7 +83,6 @@ class OnlineTest : public EmulatorTest {
     return lines;
   }
 
-  Emulation::Office365ServiceOptions service_options_;
   std::shared_ptr<Emulation::Office365ServiceState> service_;
   std::shared_ptr<Emulation::OnlineSiteState> site_;
 };
@@ -106,5 +90,3 @@ class OnlineTest : public EmulatorTest {
 }  // namespace testing
 }  // namespace Auth
 }  // namespace Vantrel
-
-#endif  // VANTREL_TESTS_AUTHENTICATORS_ONLINE_FIXTURE_H_

@@ -1,7 +1,5 @@
-// What authenticator tests read back from an authenticator: texts handed out
-// by the buffer protocol, and the request and result an attempt leaves.
-#ifndef VANTREL_TESTS_SUPPORT_AUTHENTICATORS_H_
-#define VANTREL_TESTS_SUPPORT_AUTHENTICATORS_H_
+// Texts handed out by the buffer protocol, and what an attempt leaves behind.
+#pragma once
 
 #include <cstddef>
 #include <string>
@@ -12,7 +10,6 @@ namespace Vantrel {
 namespace Auth {
 namespace testing {
 
-// A text handed out by the buffer protocol, asked for at its full size.
 template <typename Getter>
 std::string Fetch(Getter getter) {
   size_t size = 0;
@@ -28,8 +25,6 @@ inline std::string Detail(const AuthBase& authenticator) {
   return Fetch([&](char* buffer, size_t* size) { authenticator.GetLastErrorDetail(buffer, size); });
 }
 
-// Lets a test see what an attempt left in the request description and the
-// result.
 template <typename Authenticator>
 class Probe : public Authenticator {
  public:
@@ -41,5 +36,3 @@ class Probe : public Authenticator {
 }  // namespace testing
 }  // namespace Auth
 }  // namespace Vantrel
-
-#endif  // VANTREL_TESTS_SUPPORT_AUTHENTICATORS_H_

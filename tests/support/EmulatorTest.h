@@ -1,13 +1,5 @@
-// Fixture for tests that sign in over the wire: a fresh emulator on loopback
-// per test and an AuthEngine whose libcurl transport talks to it.
-//
-//   TEST_F(EmulatorTest, ...) {
-//     emulator_.Enqueue(Response::Text(200, "..."));
-//     engine_->SharePointFba()->Authenticate(Http("/sites/a").c_str(), ...);
-//     Request sent = OnlyRequest();
-//   }
-#ifndef VANTREL_TESTS_SUPPORT_EMULATOR_TEST_H_
-#define VANTREL_TESTS_SUPPORT_EMULATOR_TEST_H_
+// A fresh emulator on loopback per test and an AuthEngine to talk to it.
+#pragma once
 
 #include <gtest/gtest.h>
 
@@ -24,7 +16,6 @@ namespace testing {
 
 class EmulatorTest : public ::testing::Test {
  protected:
-  // Once per process is what the library asks for; later calls are no-ops.
   static void SetUpTestSuite() { ASSERT_EQ(AuthEngine::GlobalInit(), kAuthResultOk); }
 
   void SetUp() override {
@@ -41,7 +32,7 @@ class EmulatorTest : public ::testing::Test {
   std::string Http(const std::string& path) const { return emulator_.HttpUrl(path); }
   std::string Https(const std::string& path) const { return emulator_.HttpsUrl(path); }
 
-  // The single request the emulator saw; fails the test if there were others.
+  // The single request the emulator saw.
   Emulation::Request OnlyRequest() const {
     std::vector<Emulation::Request> requests = emulator_.Requests();
     EXPECT_EQ(requests.size(), 1u);
@@ -55,5 +46,3 @@ class EmulatorTest : public ::testing::Test {
 }  // namespace testing
 }  // namespace Auth
 }  // namespace Vantrel
-
-#endif  // VANTREL_TESTS_SUPPORT_EMULATOR_TEST_H_

@@ -1,9 +1,6 @@
-// A transport that answers from a test's script instead of the network, for
-// tests of authenticator logic that no real server can provoke (a transport
-// failure of a given kind, a response code of 0) and for inspecting the
-// request description exactly as the authenticator handed it over.
-#ifndef VANTREL_TESTS_SUPPORT_FAKE_NETWORK_CONTROL_H_
-#define VANTREL_TESTS_SUPPORT_FAKE_NETWORK_CONTROL_H_
+// A transport that answers from a test's script, for what no real server can
+// provoke, and that records each request description as handed over.
+#pragma once
 
 #include <cstring>
 #include <functional>
@@ -11,7 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include "HeaderNode.h"
 #include "INetworkControl.h"
 #include "NetworkConfig.h"
 #include "NetworkResult.h"
@@ -23,22 +19,14 @@ namespace testing {
 
 // What a NetworkConfig held when Exec was called; null texts become "<null>".
 struct SentRequest {
-  std::string url;
-  std::vector<std::pair<std::string, std::string>> headers;  // in sending order
-  std::string post_data;
-  std::string proxy;
-  std::string ca_file;
-  bool ssl_used = false;
-  bool verify_cert = false;
-  bool verify_host = false;
-  bool verbose = false;
-  SslVersion ssl_version = kSslVersionDefault;
+  std::string url, post_data, proxy, ca_file;
+  bool ssl_used, verify_cert, verify_host, verbose;
+  SslVersion ssl_version;
 };
 
 class FakeNetworkControl : public INetworkControl {
  public:
-  // Fills the result (after the reset a real transport does) and returns
-  // what Exec returns. The default answers 200 with nothing else.
+  // Fills the reset result and returns what Exec returns; default: a bare 200.
   using Script = std::function<AuthResult(NetworkResult* result)>;
 
   explicit FakeNetworkControl(Script script = nullptr) : script_(std::move(script)) {}
@@ -53,9 +41,7 @@ class FakeNetworkControl : public INetworkControl {
     return script_(result);
   }
   char* Escape(const char* text) override {
-    char* copy = new char[std::strlen(text) + 1];
-    std::strcpy(copy, text);
-    return copy;
+    return std::strcpy(new char[std::strlen(text) + 1], text);
   }
   void FreeEscaped(char* text) override { delete[] text; }
 
@@ -65,21 +51,9 @@ class FakeNetworkControl : public INetworkControl {
   static std::string Text(const char* text) { return text != nullptr ? text : "<null>"; }
 
   static SentRequest Capture(const NetworkConfig& config) {
-    SentRequest request;
-    request.url = Text(config.GetUrl());
-    // The list is newest first, which is also the order a transport sends it.
-    for (HeaderNode* node = config.GetHeaders(); node != nullptr; node = node->next) {
-      request.headers.emplace_back(Text(node->header->name), Text(node->header->value));
-    }
-    request.post_data = Text(config.GetPostData());
-    request.proxy = Text(config.GetProxy());
-    request.ca_file = Text(config.GetCaFile());
-    request.ssl_used = config.IsSslUsed();
-    request.verify_cert = config.IsVerifyCert();
-    request.verify_host = config.IsVerifyHost();
-    request.verbose = config.IsVerbose();
-    request.ssl_version = config.GetSslVersion();
-    return request;
+    return {Text(config.GetUrl()), Text(config.GetPostData()), Text(config.GetProxy()), Text(config.GetCaFile()),
+            config.IsSslUsed(), config.IsVerifyCert(), config.IsVerifyHost(), config.IsVerbose(),
+            config.GetSslVersion()};
   }
 
   Script script_;
@@ -89,5 +63,3 @@ class FakeNetworkControl : public INetworkControl {
 }  // namespace testing
 }  // namespace Auth
 }  // namespace Vantrel
-
-#endif  // VANTREL_TESTS_SUPPORT_FAKE_NETWORK_CONTROL_H_

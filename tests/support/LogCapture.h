@@ -1,8 +1,6 @@
-// Collects the library's log lines during a test, through the plain function
-// pointer the logger takes. On scope exit it puts the global configuration
-// back as a fresh process has it: no logging, no proxy, no log directory.
-#ifndef VANTREL_TESTS_SUPPORT_LOG_CAPTURE_H_
-#define VANTREL_TESTS_SUPPORT_LOG_CAPTURE_H_
+// Collects log lines; on scope exit restores the global configuration of a
+// fresh process: no logging, no proxy, no log directory.
+#pragma once
 
 #include <algorithm>
 #include <mutex>
@@ -29,8 +27,6 @@ class ScopedLogCapture {
     AuthEngineConfig::SetProxy(nullptr);
     Clear();
   }
-  ScopedLogCapture(const ScopedLogCapture&) = delete;
-  ScopedLogCapture& operator=(const ScopedLogCapture&) = delete;
 
   static std::vector<std::string> Lines() {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -40,16 +36,13 @@ class ScopedLogCapture {
     std::lock_guard<std::mutex> lock(mutex_);
     lines_.clear();
   }
-  static bool Has(const std::string& line) {
-    std::vector<std::string> lines = Lines();
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
-  }
   // Position of the first line equal to `line`, or -1.
   static long IndexOf(const std::string& line) {
     std::vector<std::string> lines = Lines();
     auto found = std::find(lines.begin(), lines.end(), line);
     return found == lines.end() ? -1 : static_cast<long>(found - lines.begin());
   }
+  static bool Has(const std::string& line) { return IndexOf(line) >= 0; }
 
  private:
   static void Collect(VantrelAuthLogLevel, const char* message) {
@@ -63,5 +56,3 @@ class ScopedLogCapture {
 }  // namespace testing
 }  // namespace Auth
 }  // namespace Vantrel
-
-#endif  // VANTREL_TESTS_SUPPORT_LOG_CAPTURE_H_
