@@ -29,7 +29,7 @@
 #include "SharePointFba.h"
 #include "SharePointOffice365.h"
 #include "StringUtil.h"
-#include "emulator/emulator.h"
+#include "emulator/Emulator.h"
 #include "support/HostileBodies.h"
 
 namespace {

@@ -18,7 +18,7 @@
 #include "SharePointAdfs.h"
 #include "SharePointFba.h"
 #include "SharePointOffice365.h"
-#include "emulator/emulator.h"
+#include "emulator/Emulator.h"
 #include "support/Authenticators.h"
 #include "support/EmulatorTest.h"
 #include "support/HostileBodies.h"

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "AuthEngine.h"
-#include "emulator/emulator.h"
+#include "emulator/Emulator.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -32,7 +32,7 @@
 #include <string>
 #include <vector>
 
-#include "emulator/emulator.h"
+#include "emulator/Emulator.h"
 
 namespace Vantrel {
 namespace Emulation {

@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "emulator/request.h"
-#include "emulator/response.h"
+#include "emulator/Request.h"
+#include "emulator/Response.h"
 
 namespace Vantrel {
 namespace Emulation {

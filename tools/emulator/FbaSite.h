@@ -22,7 +22,7 @@
 #include <string>
 
 #include "emulator/EndpointSupport.h"
-#include "emulator/emulator.h"
+#include "emulator/Emulator.h"
 
 namespace Vantrel {
 namespace Emulation {

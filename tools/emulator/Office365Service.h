@@ -26,7 +26,7 @@
 #include <string>
 #include <vector>
 
-#include "emulator/emulator.h"
+#include "emulator/Emulator.h"
 
 namespace Vantrel {
 namespace Emulation {

@@ -32,7 +32,7 @@
 #include <vector>
 
 #include "emulator/Office365Service.h"
-#include "emulator/emulator.h"
+#include "emulator/Emulator.h"
 
 namespace Vantrel {
 namespace Emulation {

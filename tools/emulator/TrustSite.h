@@ -22,7 +22,7 @@
 
 #include "emulator/AdfsServer.h"
 #include "emulator/EndpointSupport.h"
-#include "emulator/emulator.h"
+#include "emulator/Emulator.h"
 
 namespace Vantrel {
 namespace Emulation {

@@ -27,7 +27,7 @@
 #include "emulator/Office365Service.h"
 #include "emulator/OnlineSite.h"
 #include "emulator/TrustSite.h"
-#include "emulator/emulator.h"
+#include "emulator/Emulator.h"
 
 namespace {
 

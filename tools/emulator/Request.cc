@@ -1,4 +1,4 @@
-#include "emulator/request.h"
+#include "emulator/Request.h"
 
 #include <cctype>
 

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "emulator/certificate_authority.h"
-#include "emulator/tls_identity.h"
+#include "emulator/CertificateAuthority.h"
+#include "emulator/TlsIdentity.h"
 
 typedef struct ssl_st SSL;
 typedef struct ssl_ctx_st SSL_CTX;

@@ -19,7 +19,7 @@
 #include "NetworkConfig.h"
 #include "NetworkControlLibcurl.h"
 #include "NetworkResult.h"
-#include "emulator/emulator.h"
+#include "emulator/Emulator.h"
 #include "support/LogCapture.h"
 
 namespace Vantrel {

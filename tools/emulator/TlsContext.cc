@@ -1,4 +1,4 @@
-#include "emulator/tls_context.h"
+#include "emulator/TlsContext.h"
 
 #include <openssl/ssl.h>
 
@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "emulator/request.h"
+#include "emulator/Request.h"
 
 namespace Vantrel {
 namespace Emulation {

@@ -1,4 +1,4 @@
-#include "emulator/request_log.h"
+#include "emulator/RequestLog.h"
 
 namespace Vantrel {
 namespace Emulation {

@@ -1,4 +1,4 @@
-#include "emulator/router.h"
+#include "emulator/Router.h"
 
 #include <algorithm>
 #include <exception>

@@ -12,7 +12,7 @@
 #include <mutex>
 #include <vector>
 
-#include "emulator/request.h"
+#include "emulator/Request.h"
 
 namespace Vantrel {
 namespace Emulation {

@@ -1,11 +1,11 @@
-#include "emulator/connection.h"
+#include "emulator/Connection.h"
 
 #include <sys/socket.h>
 
 #include <cctype>
 #include <cstdlib>
 
-#include "emulator/http_wire.h"
+#include "emulator/HttpWire.h"
 
 namespace Vantrel {
 namespace Emulation {

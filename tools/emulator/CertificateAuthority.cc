@@ -1,4 +1,4 @@
-#include "emulator/certificate_authority.h"
+#include "emulator/CertificateAuthority.h"
 
 #include <unistd.h>
 

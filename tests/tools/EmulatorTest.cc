@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "emulator/emulator.h"
-#include "tools/curl_client.h"
+#include "emulator/Emulator.h"
+#include "tools/CurlClient.h"
 
 namespace Vantrel {
 namespace Emulation {

@@ -1,4 +1,4 @@
-#include "emulator/server.h"
+#include "emulator/Server.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-#include "emulator/stream.h"
+#include "emulator/Stream.h"
 
 #include <openssl/ssl.h>
 #include <sys/socket.h>

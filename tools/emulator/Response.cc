@@ -1,4 +1,4 @@
-#include "emulator/response.h"
+#include "emulator/Response.h"
 
 #include <utility>
 

@@ -11,10 +11,10 @@
 #include <cstdint>
 #include <string>
 
-#include "emulator/request.h"
-#include "emulator/response.h"
-#include "emulator/stream.h"
-#include "emulator/tls_context.h"
+#include "emulator/Request.h"
+#include "emulator/Response.h"
+#include "emulator/Stream.h"
+#include "emulator/TlsContext.h"
 
 namespace Vantrel {
 namespace Emulation {

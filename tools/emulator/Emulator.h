@@ -37,14 +37,14 @@
 #include <string_view>
 #include <vector>
 
-#include "emulator/certificate_authority.h"
-#include "emulator/connection.h"
-#include "emulator/request.h"
-#include "emulator/request_log.h"
-#include "emulator/response.h"
-#include "emulator/router.h"
-#include "emulator/server.h"
-#include "emulator/tls_context.h"
+#include "emulator/CertificateAuthority.h"
+#include "emulator/Connection.h"
+#include "emulator/Request.h"
+#include "emulator/RequestLog.h"
+#include "emulator/Response.h"
+#include "emulator/Router.h"
+#include "emulator/Server.h"
+#include "emulator/TlsContext.h"
 
 namespace Vantrel {
 namespace Emulation {

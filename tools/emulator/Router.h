@@ -27,8 +27,8 @@
 #include <string>
 #include <vector>
 
-#include "emulator/request.h"
-#include "emulator/response.h"
+#include "emulator/Request.h"
+#include "emulator/Response.h"
 
 namespace Vantrel {
 namespace Emulation {

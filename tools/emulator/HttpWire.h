@@ -6,9 +6,9 @@
 #ifndef VANTREL_EMULATOR_HTTP_WIRE_H_
 #define VANTREL_EMULATOR_HTTP_WIRE_H_
 
-#include "emulator/request.h"
-#include "emulator/response.h"
-#include "emulator/stream.h"
+#include "emulator/Request.h"
+#include "emulator/Response.h"
+#include "emulator/Stream.h"
 
 namespace Vantrel {
 namespace Emulation {

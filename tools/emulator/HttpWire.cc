@@ -1,4 +1,4 @@
-#include "emulator/http_wire.h"
+#include "emulator/HttpWire.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "emulator/emulator.h"
+#include "emulator/Emulator.h"
 
 #include <utility>
 

@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "emulator/tls_identity.h"
+#include "emulator/TlsIdentity.h"
 
 namespace Vantrel {
 namespace Emulation {

@@ -1,4 +1,4 @@
-#include "emulator/tls_identity.h"
+#include "emulator/TlsIdentity.h"
 
 #include <arpa/inet.h>
 #include <openssl/bio.h>
