@@ -48,6 +48,8 @@ bool Logger::Passes(VantrelAuthLogLevel level) const {
          static_cast<int32_t>(level) <= static_cast<int32_t>(log_level_);
 }
 
+bool Logger::IsEnabled(VantrelAuthLogLevel level) { return GetInstance()->Passes(level); }
+
 void Logger::Log(VantrelAuthLogLevel level, const char* text) {
   Logger* logger = GetInstance();
   // A host's callback may print the text as it comes; null is never handed on.

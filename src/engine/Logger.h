@@ -26,6 +26,9 @@ class Logger {
   // is passed on as it stands rather than formatted.
   static void LogFormat(VantrelAuthLogLevel level, const char* format, const char* a1,
                         const char* a2, const char* a3, const char* a4, const char* a5);
+  // Whether a text of `level` would reach the host: lets a caller skip the
+  // work of preparing texts that no one would see.
+  static bool IsEnabled(VantrelAuthLogLevel level);
 
   virtual ~Logger();
 

@@ -111,6 +111,9 @@ bool NetworkConfig::IsVerbose() const { return verbose_; }
 
 void NetworkConfig::LogDump(const NetworkConfig* config) {
   static const char kWhere[] = "NetworkConfig::LogDump";
+  // Every line is a debug line; below that level the masked copy of the body
+  // would be made for nothing.
+  if (!Logger::IsEnabled(kLogLevelDebug)) return;
   if (config == nullptr) {
     Logger::LogFormat(kLogLevelDebug, "%s - Nothing to print; NetworkConfig is NULL.", kWhere,
                       nullptr, nullptr, nullptr, nullptr);

@@ -100,6 +100,8 @@ const char* NetworkResult::GetErrorMsg() const { return error_detail_->Get(); }
 
 void NetworkResult::LogDump(const NetworkResult* result) {
   static const char kWhere[] = "NetworkResult::LogDump";
+  // Every line is a debug line: below that level there is nothing to walk.
+  if (!Logger::IsEnabled(kLogLevelDebug)) return;
   if (result == nullptr) {
     Logger::LogFormat(kLogLevelDebug, "%s - Nothing to print; NetworkResult is NULL.", kWhere,
                       nullptr, nullptr, nullptr, nullptr);

@@ -46,6 +46,26 @@ const char* const kSanitizePatterns[] = {
     "/[^/]*\\.aspx$",
 };
 
+// Decodes `length` bytes of `text` into `out`, which has room for as many;
+// returns the number of bytes written.
+size_t DecodeInto(const char* text, size_t length, char* out) {
+  char* next = out;
+  size_t i = 0;
+  while (i + 2 < length) {
+    unsigned char high = kCodec.hex_value[static_cast<unsigned char>(text[i + 1])];
+    unsigned char low = kCodec.hex_value[static_cast<unsigned char>(text[i + 2])];
+    if (text[i] == '%' && high != kNotHex && low != kNotHex) {
+      *next++ = static_cast<char>(high * 16 + low);
+      i += 3;
+    } else {
+      *next++ = text[i++];
+    }
+  }
+  // One or two bytes are left at most; they can hold no whole sequence.
+  while (i < length) *next++ = text[i++];
+  return static_cast<size_t>(next - out);
+}
+
 }  // namespace
 
 void JoinUrl(char** out, const char* base, const char* path) {
@@ -108,22 +128,8 @@ std::string PercentEncode(const std::string& text) {
 }
 
 std::string PercentDecode(const std::string& text) {
-  std::string out;
-  out.reserve(text.size());
-  size_t i = 0;
-  while (i + 2 < text.size()) {
-    unsigned char high = kCodec.hex_value[static_cast<unsigned char>(text[i + 1])];
-    unsigned char low = kCodec.hex_value[static_cast<unsigned char>(text[i + 2])];
-    if (text[i] == '%' && high != kNotHex && low != kNotHex) {
-      out += static_cast<char>(high * 16 + low);
-      i += 3;
-    } else {
-      out += text[i];
-      ++i;
-    }
-  }
-  // One or two bytes are left at most; they can hold no whole sequence.
-  out.append(text, i, std::string::npos);
+  std::string out(text.size(), '\0');
+  out.resize(DecodeInto(text.data(), text.size(), &out[0]));
   return out;
 }
 
@@ -136,8 +142,12 @@ char* UrlEncode(char* text) {
 char* UrlDecode(char* text) {
   if (text == nullptr) return nullptr;
   std::unique_ptr<char[]> owned(text);
-  // c_str() ends the copy at the first NUL, so "%00" cuts the result there.
-  return StrDup(PercentDecode(text).c_str());
+  // Decoded straight into the new string, which is never longer than the
+  // text. Read as a C string it ends at the first NUL, so "%00" cuts it there.
+  size_t length = std::strlen(text);
+  char* decoded = new char[length + 1];
+  decoded[DecodeInto(text, length, decoded)] = '\0';
+  return decoded;
 }
 
 char* SanitizeUrl(char* url) {
