@@ -16,6 +16,7 @@
 #include "emulator/Office365Service.h"
 #include "emulator/OnlineSite.h"
 #include "emulator/TrustSite.h"
+#include "support/Authenticators.h"
 
 namespace Vantrel {
 namespace Bench {
@@ -39,13 +40,7 @@ struct DeleteCredential {
 using Credential = std::unique_ptr<ICredential, DeleteCredential>;
 
 std::string Rstr(const AdfsImpl& adfs) {
-  size_t size = 0;
-  adfs.GetRstr(nullptr, &size);
-  if (size == 0) return "";
-  std::string text(size, '\0');
-  adfs.GetRstr(&text[0], &size);
-  text.resize(size - 1);
-  return text;
+  return testing::Fetch([&](char* buffer, size_t* size) { adfs.GetRstr(buffer, size); });
 }
 
 // The managed tenant's road, as a host walks it: where the user signs in, a

@@ -11,6 +11,7 @@
 #include <regex>
 #include <string>
 
+#include "AdfsUtil.h"
 #include "HeaderLine.h"
 #include "NetworkConfig.h"
 #include "NetworkResult.h"
@@ -27,10 +28,7 @@ using namespace Vantrel::Auth;
 using Auth::testing::Filler;
 using Auth::testing::Repeat;
 
-const char kRstrPattern[] =
-    "(<[^<]*RequestSecurityTokenResponse[^>]*>[^]+</[^<]*RequestSecurityTokenResponse[^>]*>)";
-const char kTokenPattern[] =
-    "<[^<]*BinarySecurityToken[^>]*>(t=[^]+)</[^<]*BinarySecurityToken[^>]*>";
+// The factory's own copy is private.
 const char kAssertionPattern[] = "(<[A-z]+?:Assertion.*?>.*?</[A-z]+?:Assertion>)";
 const char kStrSitePattern[] = "<[^<]*strSite[^>]*>([^]+)</[^<]*strSite[^>]*>";
 
@@ -70,12 +68,14 @@ const Search kSearches[] = {
      [](size_t n) {
        return Around("<t:RequestSecurityTokenResponse>", "</t:RequestSecurityTokenResponse>", n);
      },
-     First(kRstrPattern), kRstrPattern},
+     [](const std::string& text) { Release(AdfsUtil::ExtractRstr(text.c_str())); },
+     AdfsUtil::regex_str_rstr_},
     {"BinaryToken",
      [](size_t n) {
        return Around("<wsse:BinarySecurityToken Id=\"Compact0\">t=", "</wsse:BinarySecurityToken>", n);
      },
-     First(kTokenPattern), kTokenPattern},
+     [](const std::string& text) { Release(AdfsUtil::ExtractBinarySecurityToken(text.c_str())); },
+     AdfsUtil::regex_str_binarysecuritytoken_},
     {"Assertion",
      [](size_t n) { return Around("<saml:Assertion MajorVersion=\"1\">", "</saml:Assertion>", n, Line); },
      First(kAssertionPattern), kAssertionPattern},
