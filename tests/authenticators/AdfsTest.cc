@@ -9,28 +9,22 @@
 #include <string>
 #include <vector>
 
-#include "Adfs.h"
-#include "CredentialFactory.h"
 #include "ISamlCredential.h"
-#include "SharePointAdfs.h"
+#include "VantrelAuthEngine.h"
 #include "support/Authenticators.h"
 #include "support/EmulatorTest.h"
 
-namespace Vantrel {
-namespace Auth {
+namespace Vantrel::Auth::testing {
 namespace {
 
 using Emulation::Request;
 using Emulation::Response;
-using testing::Detail;
 
 const char kUser[] = "alice@contoso.test";
 const char kPassword[] = "Looking-Glass-7";
 const char kRealm[] = "urn:sharepoint:contoso";
 const char kEndpoint[] = "/adfs/services/trust/2005/usernamemixed";
 const char kRstr[] = "<t:RequestSecurityTokenResponse>\n<a/>\n</t:RequestSecurityTokenResponse>";
-
-std::string Rstr(const AdfsImpl& a) { return testing::Fetch([&](char* b, size_t* n) { a.GetRstr(b, n); }); }
 
 // Form-field encoding as libcurl does it, written out independently.
 std::string Escaped(const std::string& text) {
@@ -47,40 +41,26 @@ std::string Envelope(const std::string& to, const std::string& security) {
   const std::string wss = "http://docs.oasis-open.org/wss/2004/01/oasis-200401-wss-wssecurity-";
   const std::string trust = "http://schemas.xmlsoap.org/ws/2005/02/trust";
   return "<s:Envelope xmlns:s=\"http://www.w3.org/2003/05/soap-envelope\" xmlns:a=\"http://www.w3.org/"
-         "2005/08/addressing\" xmlns:u=\"" + wss + "utility-1.0.xsd\">\n"
-         "   <s:Header>\n"
+         "2005/08/addressing\" xmlns:u=\"" + wss + "utility-1.0.xsd\">\n   <s:Header>\n"
          "      <a:Action s:mustUnderstand=\"1\">" + trust + "/RST/Issue</a:Action>\n"
-         "       <a:ReplyTo><a:Address>http://www.w3.org/2005/08/addressing/anonymous</a:Address>"
-         "</a:ReplyTo>\n"
+         "       <a:ReplyTo><a:Address>http://www.w3.org/2005/08/addressing/anonymous</a:Address></a:ReplyTo>\n"
          "       <a:To s:mustUnderstand=\"1\">" + to + "</a:To>\n"
          "       <o:Security s:mustUnderstand=\"1\" xmlns:o=\"" + wss + "secext-1.0.xsd\">\n"
-         "           " + security + "       </o:Security>\n"
-         "   </s:Header>\n"
-         "   <s:Body>\n"
+         "           " + security + "       </o:Security>\n   </s:Header>\n   <s:Body>\n"
          "       <t:RequestSecurityToken xmlns:t=\"" + trust + "\">\n"
          "           <wsp:AppliesTo xmlns:wsp=\"http://schemas.xmlsoap.org/ws/2004/09/policy\">\n"
-         "               <a:EndpointReference>\n"
-         "                   <a:Address>" + kRealm + "</a:Address>\n"
-         "               </a:EndpointReference>\n"
-         "           </wsp:AppliesTo>\n"
+         "               <a:EndpointReference>\n                   <a:Address>" + kRealm + "</a:Address>\n"
+         "               </a:EndpointReference>\n           </wsp:AppliesTo>\n"
          "           <t:KeyType>http://schemas.xmlsoap.org/ws/2005/05/identity/NoProofKey</t:KeyType>\n"
          "           <t:RequestType>" + trust + "/Issue</t:RequestType>\n"
          "           <t:TokenType>urn:oasis:names:tc:SAML:1.0:assertion</t:TokenType>\n"
-         "       </t:RequestSecurityToken>\n"
-         "   </s:Body>\n"
-         "</s:Envelope>";
+         "       </t:RequestSecurityToken>\n   </s:Body>\n</s:Envelope>";
 }
 
-class AdfsTest : public testing::EmulatorTest {
+class AdfsTest : public EmulatorTest {
  protected:
   Adfs* adfs() { return engine_->Adfs(); }
   SharePointAdfs* sp() { return engine_->SharePointAdfs(); }
-  std::string Site() const { return Http("/sites/adfs"); }
-  void SignIn() {
-    emulator_.Enqueue(Response::Text(200, kRstr));
-    ASSERT_EQ(adfs()->AuthenticateByUser(Http("").c_str(), kRealm, kUser, kPassword), kAuthResultOk);
-    emulator_.ClearRequests();
-  }
 };
 
 TEST_F(AdfsTest, EachCredentialGoesOutInTheExactEnvelope) {
@@ -99,57 +79,29 @@ TEST_F(AdfsTest, EachCredentialGoesOutInTheExactEnvelope) {
   }
 }
 
-TEST_F(AdfsTest, InputsAreCheckedInOrderAndClearTheEarlierRstr) {
-  const std::string url = Http("");
-  const char kNull[] = "At least one of the required input string is null.";
-  std::unique_ptr<ICredential> user(CredentialFactory::CreateBasicUsernameCredential(kUser, kPassword));
-  const struct { std::function<AuthResult()> call; std::string detail; } rows[] = {
-      {[&] { return adfs()->Authenticate(nullptr, kRealm, user.get()); }, kNull},
-      {[&] { return adfs()->Authenticate("", "", nullptr); }, kNull},
-      {[&] { return adfs()->AuthenticateByUser(url.c_str(), kRealm, nullptr, kPassword); }, kNull},
-      {[&] { return adfs()->AuthenticateByUser(url.c_str(), kRealm, kUser, nullptr); }, kNull},
-      {[&] { return adfs()->Authenticate("", "", user.get()); }, "URL for the ADFS 2.0 server provided is an empty string."},
-      {[&] { return adfs()->Authenticate(url.c_str(), "", user.get()); }, "The home realm (URI) provided is an empty string."},
-      {[&] { return adfs()->Authenticate("HTTPS://sts.test", kRealm, user.get()); }, "Only http or https is supported. URL: HTTPS://sts.test"},
-  };
-  for (const auto& row : rows) {
-    SignIn();
-    EXPECT_EQ(row.call(), kAuthResultInvalidInput);
-    EXPECT_EQ(Detail(*adfs()), row.detail);
-    EXPECT_EQ(Rstr(*adfs()), "");
-  }
-  EXPECT_TRUE(emulator_.Requests().empty());
-}
-
 TEST_F(AdfsTest, ResponseCodesDecideWhetherTheBodyIsSearched) {
   const std::string rstr = kRstr;
-  const std::string upper = "<T:REQUESTSECURITYTOKENRESPONSE>x</t:requestsecuritytokenresponse>";
   const char kNone[] = "No RSTR token found in HTTP response.";
   const struct { int status; std::string body; AuthResult result; std::string rstr, detail; } rows[] = {
       {302, "<x>" + rstr + "</x>", kAuthResultOk, rstr, ""},
       {302, "moved", kAuthResultAuthFailed, "", kNone},
-      {399, rstr, kAuthResultOk, rstr, ""},
       {400, rstr, kAuthResultHttpError, "", "HTTP error reported.  Response code: 400"},
-      {599, rstr, kAuthResultHttpError, "", "HTTP error reported.  Response code: 599"},
-      {600, rstr, kAuthResultOk, rstr, ""},
       {200, "", kAuthResultAuthFailed, "", "No RSTR token found.  HTTP response is empty."},
       {200, "<t:RequestSecurityTokenResponse>open", kAuthResultAuthFailed, "", kNone},
-      {200, "a" + rstr + " b " + rstr + "c", kAuthResultOk, rstr + " b " + rstr, ""},  // greedy
-      {200, upper, kAuthResultOk, upper, ""},
   };
   const std::string server = Http("/farm/");  // the endpoint is joined behind the slash
   for (const auto& row : rows) {
     emulator_.ClearRequests();
     emulator_.Enqueue(Response::Text(row.status, row.body, "application/soap+xml"));
     EXPECT_EQ(adfs()->AuthenticateByUser(server.c_str(), kRealm, kUser, kPassword), row.result) << row.status;
-    EXPECT_EQ(Rstr(*adfs()), row.rstr) << row.status;
+    EXPECT_EQ(RstrOf(*adfs()), row.rstr) << row.status;
     EXPECT_EQ(Detail(*adfs()), row.detail) << row.status;
   }
   EXPECT_EQ(OnlyRequest().target, std::string("/farm/") + kEndpoint);
 }
 
 TEST_F(AdfsTest, SignInFormCarriesWctxAndTheRstr) {
-  const std::string site = Site();
+  const std::string site = Http("/sites/adfs");
   const struct { const char* wctx; std::string site; bool endpoint; std::string target, wctx_sent; } rows[] = {
       {"_layouts/Authenticate.aspx?Source=%2F", site + "/default.aspx?q=1#top", true, "/sites/adfs/_trust",
        site + "/_layouts/Authenticate.aspx?Source=%2F"},
@@ -173,38 +125,19 @@ TEST_F(AdfsTest, SiteResponseCodesAndCookieChoice) {
   const struct { int status; std::vector<std::string> sets; AuthResult result; const char* value; } rows[] = {
       {302, {"FedAuth=abc; path=/; HttpOnly"}, kAuthResultOk, "abc"},
       {200, {}, kAuthResultAuthFailed, nullptr},
-      {200, {"fedauth=x", "FEDAUTH=y"}, kAuthResultAuthFailed, nullptr},
-      {200, {"rtFa=r", "FedAuth="}, kAuthResultOk, ""},
       {200, {"FedAuth=first; path=/", "FedAuth=second; path=/sites"}, kAuthResultOk, "second"},
-      {399, {"FedAuth=a"}, kAuthResultOk, "a"},
       {400, {"FedAuth=a"}, kAuthResultHttpError, nullptr},
-      {599, {"FedAuth=a"}, kAuthResultHttpError, nullptr},
-      {600, {"FedAuth=b"}, kAuthResultOk, "b"},
   };
   for (const auto& row : rows) {
     Response response = Response::Text(row.status, "");
     for (const std::string& cookie : row.sets) response.SetCookie(cookie);
     emulator_.Enqueue(std::move(response));
-    EXPECT_EQ(sp()->AuthenticateByRstr(Site().c_str(), "r"), row.result) << row.status;
+    EXPECT_EQ(sp()->AuthenticateByRstr(Http("/sites/adfs").c_str(), "r"), row.result) << row.status;
     const Cookie* cookie = sp()->GetFedAuthCookie();
     ASSERT_EQ(cookie != nullptr, row.value != nullptr) << row.status;
     if (cookie != nullptr) { EXPECT_STREQ(cookie->GetValue(), row.value); }
   }
 }
 
-TEST_F(AdfsTest, SiteAndRstrAreCheckedBeforeAnyRequest) {
-  const std::string site = Site();
-  const char kEmpty[] = "Input is an empty or null string.";
-  const char* rows[][3] = {{nullptr, "r", kEmpty}, {"", "r", kEmpty}, {site.c_str(), nullptr, kEmpty},
-                           {site.c_str(), "", kEmpty},
-                           {"ftp://h/a.aspx?q", "r", "Only http or https is supported. URL: ftp://h/a.aspx?q"}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(sp()->AuthenticateByRstr(row[0], row[1]), kAuthResultInvalidInput);
-    EXPECT_EQ(Detail(*sp()), row[2]);
-  }
-  EXPECT_TRUE(emulator_.Requests().empty());
-}
-
 }  // namespace
-}  // namespace Auth
-}  // namespace Vantrel
+}  // namespace Vantrel::Auth::testing

@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# The example host's adfs flow against the standalone emulator: an ADFS server
-# and a site that trusts it, on the emulator's HTTPS port.
+# The example host's adfs flow: an ADFS server and a site that trusts it, over HTTPS.
 source "$(dirname "$0")/prelude.sh" adfs-flow-test "$@"
 
 start_emulator --adfs-server /adfs-farm --adfs-account 'bob@contoso.test:S3cret&<x>' \

@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# The example host's online flow against the standalone emulator: the sign-in
-# service, SharePoint Online sites and a federated tenant's ADFS server, all
-# under their real host names behind its proxy.
+# The example host's online flow against the emulator's sign-in service, SharePoint
+# Online sites and a federated tenant's ADFS server, under their names behind its proxy.
 source "$(dirname "$0")/prelude.sh" online-flow-test "$@"
 
 start_emulator --online-site contoso.sharepoint.com --online-site fabrikam.sharepoint.com \

@@ -1,14 +1,8 @@
-# What the example host's end-to-end tests share; each sources it first with
-# NAME SIGNIN EMULATOR. It sets `signin`, `emulator` and `work` (a directory
-# that goes away on exit with the emulator) and gives:
-#   start_emulator FLAGS...  the emulator on free ports (http_port, https_port),
-#                            its CA in $work/ca.pem, its log in $work/emulator.log
-#   fail DESCRIPTION         counts a failure; check DESCRIPTION CMD... runs CMD:
-#                            "ok" when it succeeds, else a failure
-#   run STATUS DESCRIPTION SECRET ARGS...  signin ARGS --verbose, output in
-#                            $work/out and err, $work/jar removed first: "ok" when
-#                            it exits STATUS and SECRET stays out of its log
-#   finish                   prints the count; succeeds when it is 0
+# Shared by the example host's end-to-end tests; each sources it with NAME SIGNIN
+# EMULATOR. start_emulator FLAGS... runs the emulator (ports in http_port,
+# https_port; CA in $work/ca.pem; log in $work/emulator.log). check WHAT CMD...
+# and run STATUS WHAT SECRET ARGS... (signin --verbose: the exit status, and the
+# secret kept out of its log) print "ok" or count a failure; finish reports.
 set -uo pipefail
 signin=$2
 emulator=$3

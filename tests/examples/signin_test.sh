@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# The example host against the standalone emulator: how it reads passwords,
-# what it writes, and the exit status of each kind of failure.
+# The example host against the emulator: reading passwords, writing the jar, exit statuses.
 source "$(dirname "$0")/prelude.sh" signin-test "$@"
 
 start_emulator --fba-site /sites/fba --fba-account alice:Wonderland-42

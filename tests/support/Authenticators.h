@@ -4,11 +4,9 @@
 #include <cstddef>
 #include <string>
 
-#include "AuthBase.h"
+#include "VantrelAuthEngine.h"
 
-namespace Vantrel {
-namespace Auth {
-namespace testing {
+namespace Vantrel::Auth::testing {
 
 template <typename Getter>
 std::string Fetch(Getter getter) {
@@ -25,6 +23,11 @@ inline std::string Detail(const AuthBase& authenticator) {
   return Fetch([&](char* buffer, size_t* size) { authenticator.GetLastErrorDetail(buffer, size); });
 }
 
+// The RSTR an ADFS or Office 365 sign-in holds.
+inline std::string RstrOf(const AdfsImpl& authenticator) {
+  return Fetch([&](char* buffer, size_t* size) { authenticator.GetRstr(buffer, size); });
+}
+
 template <typename Authenticator>
 class Probe : public Authenticator {
  public:
@@ -33,6 +36,4 @@ class Probe : public Authenticator {
   using AuthBase::GetNetworkResult;
 };
 
-}  // namespace testing
-}  // namespace Auth
-}  // namespace Vantrel
+}  // namespace Vantrel::Auth::testing

@@ -10,9 +10,7 @@
 #include "AuthEngine.h"
 #include "emulator/Emulator.h"
 
-namespace Vantrel {
-namespace Auth {
-namespace testing {
+namespace Vantrel::Auth::testing {
 
 class EmulatorTest : public ::testing::Test {
  protected:
@@ -30,7 +28,6 @@ class EmulatorTest : public ::testing::Test {
   }
 
   std::string Http(const std::string& path) const { return emulator_.HttpUrl(path); }
-  std::string Https(const std::string& path) const { return emulator_.HttpsUrl(path); }
 
   // The single request the emulator saw.
   Emulation::Request OnlyRequest() const {
@@ -43,6 +40,4 @@ class EmulatorTest : public ::testing::Test {
   std::unique_ptr<AuthEngine> engine_;
 };
 
-}  // namespace testing
-}  // namespace Auth
-}  // namespace Vantrel
+}  // namespace Vantrel::Auth::testing

@@ -1,6 +1,4 @@
-// What a hostile server sends, shared by the hostile-server tests and their
-// measurements in bench/: bodies built from a repeated unit, and the time and
-// peak memory one case costs.
+// Hostile bodies and what a case costs in time and peak memory; shared with bench/.
 #ifndef VANTREL_TESTS_SUPPORT_HOSTILE_BODIES_H_
 #define VANTREL_TESTS_SUPPORT_HOSTILE_BODIES_H_
 
@@ -11,9 +9,7 @@
 #include <fstream>
 #include <string>
 
-namespace Vantrel {
-namespace Auth {
-namespace testing {
+namespace Vantrel::Auth::testing {
 
 constexpr size_t kMegabyte = 1024 * 1024;
 
@@ -25,9 +21,7 @@ inline std::string Repeat(const std::string& unit, size_t count) {
   return text;
 }
 
-// Markup of about `size` bytes that looks like a SOAP body to every pattern:
-// tags, attributes, entities, line ends, and none of the words the library
-// searches for.
+// `size` bytes of SOAP-like markup without any word the library searches for.
 inline std::string Filler(size_t size) {
   static const std::string kPiece =
       "<a:Item Id=\"_1\" xmlns:a=\"urn:x\">text &amp; more\tand more</a:Item>\r\n";
@@ -36,8 +30,7 @@ inline std::string Filler(size_t size) {
   return text;
 }
 
-// A "Vm...:" figure of /proc/self/status in bytes. Linux only; 0 where it
-// can't be read.
+// A "Vm...:" figure of /proc/self/status in bytes; 0 where it can't be read.
 inline size_t StatusBytes(const char* field) {
   std::ifstream status("/proc/self/status");
   std::string line;
@@ -52,8 +45,7 @@ inline size_t StatusBytes(const char* field) {
 inline size_t PeakResidentBytes() { return StatusBytes("VmHWM:"); }
 inline size_t ResidentBytes() { return StatusBytes("VmRSS:"); }
 
-// Lets the next PeakResidentBytes start from what is resident now, so that a
-// case is measured on its own rather than under the peak of an earlier one.
+// Lets the next PeakResidentBytes start from what is resident now.
 inline void ResetPeakResident() {
   std::FILE* file = std::fopen("/proc/self/clear_refs", "w");
   if (file == nullptr) return;
@@ -80,8 +72,6 @@ Cost Measure(Case run) {
   return cost;
 }
 
-}  // namespace testing
-}  // namespace Auth
-}  // namespace Vantrel
+}  // namespace Vantrel::Auth::testing
 
 #endif  // VANTREL_TESTS_SUPPORT_HOSTILE_BODIES_H_

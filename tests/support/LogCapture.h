@@ -9,9 +9,7 @@
 
 #include "AuthEngineConfig.h"
 
-namespace Vantrel {
-namespace Auth {
-namespace testing {
+namespace Vantrel::Auth::testing {
 
 class ScopedLogCapture {
  public:
@@ -42,7 +40,6 @@ class ScopedLogCapture {
     auto found = std::find(lines.begin(), lines.end(), line);
     return found == lines.end() ? -1 : static_cast<long>(found - lines.begin());
   }
-  static bool Has(const std::string& line) { return IndexOf(line) >= 0; }
 
  private:
   static void Collect(VantrelAuthLogLevel, const char* message) {
@@ -53,6 +50,4 @@ class ScopedLogCapture {
   static inline std::vector<std::string> lines_;
 };
 
-}  // namespace testing
-}  // namespace Auth
-}  // namespace Vantrel
+}  // namespace Vantrel::Auth::testing

@@ -1,5 +1,7 @@
-// Every pattern the library compiles: against std::regex(ECMAScript | icase),
-// the engine the patterns were written for, and on 16 MB bodies.
+// Every pattern the library compiles, against std::regex(ECMAScript | icase),
+// the engine the patterns were written for. The searches on bodies of 64 MB are
+// in HostileServerTest: an engine whose depth grows with the subject, such as
+// std::regex, overflows the stack there.
 #include <pthread.h>
 
 #include <cctype>
@@ -13,22 +15,10 @@
 #include "RegexUtil.h"
 #include "StringUtil.h"
 
-namespace Vantrel {
-namespace Auth {
+namespace Vantrel::Auth {
 namespace {
 
 const int kSubjects = 1000;
-
-// The patterns that run over a whole body.
-const char* const kRstr =
-    "(<[^<]*RequestSecurityTokenResponse[^>]*>[^]+</[^<]*RequestSecurityTokenResponse[^>]*>)";
-const char* const kTokenInner = "<[^<]*BinarySecurityToken[^>]*>(t=[^]+)</[^<]*BinarySecurityToken[^>]*>";
-const char* const kTokenWhole = "(<[^<]*BinarySecurityToken[^>]*>t=[^]+</[^<]*BinarySecurityToken[^>]*>)";
-const char* const kAssertion = "(<[A-z]+?:Assertion.*?>.*?</[A-z]+?:Assertion>)";
-const char* const kNamespace = "\"NameSpaceType\":\\s*\"(.+?)\"";
-const char* const kAuthUrl = "\"AuthURL\":\\s*\"(.+?)\"";
-const char* const kBeforePassword = "^([^]*<[^<]*[Pp]assword[^>]*>)[^]*</[^<]*[Pp]assword[^>]*>[^]*$";
-const char* const kAfterPassword = "^[^]*<[^<]*[Pp]assword[^>]*>[^]*(</[^<]*[Pp]assword[^>]*>[^]*)$";
 
 enum Helper { kFirstCapture, kElement, kWhole, kGroups, kRemoveAll };
 
@@ -44,25 +34,25 @@ const std::vector<std::string> kToken = {"<w:BinarySecurityToken I=\"C\">", "t="
                                          "<BinarySecurityToken>t=", "</x>"};
 const std::vector<std::string> kSite = {"<strSite>", "</strSite>", "<s:strSite a=\"1\">", "</s:strSite >",
                                         "<strWeb>", "</strWeb>", "<x:strWebUrl>", "<strSite/>", "h/s"};
-const std::vector<std::string> kUrl = {"https://h", "/sites/a", "/Home.aspx", ".aspx", "?", "#",
-                                       "x=1&y=2", "/", "default.ASPX", "/b.aspx/c"};
+const std::vector<std::string> kUrl = {"https://h", "/sites/a", "/Home.aspx", ".aspx", "?", "#", "x=1&y=2", "/",
+                                       "default.ASPX", "/b.aspx/c"};
 
 const std::vector<PatternCase> kCases = {
-    {kFirstCapture, nullptr, kRstr,
+    {kFirstCapture, nullptr, "(<[^<]*RequestSecurityTokenResponse[^>]*>[^]+</[^<]*RequestSecurityTokenResponse[^>]*>)",
      {"<t:RequestSecurityTokenResponse x=\"u\">", "</t:RequestSecurityTokenResponse>",
       "<RequestSecurityTokenResponse>", "</RequestSecurityTokenResponse >", "</x>"}},
-    {kFirstCapture, nullptr, kTokenInner, kToken},
-    {kFirstCapture, nullptr, kTokenWhole, kToken},
-    {kFirstCapture, nullptr, kAssertion,
+    {kFirstCapture, nullptr, "<[^<]*BinarySecurityToken[^>]*>(t=[^]+)</[^<]*BinarySecurityToken[^>]*>", kToken},
+    {kFirstCapture, nullptr, "(<[^<]*BinarySecurityToken[^>]*>t=[^]+</[^<]*BinarySecurityToken[^>]*>)", kToken},
+    {kFirstCapture, nullptr, "(<[A-z]+?:Assertion.*?>.*?</[A-z]+?:Assertion>)",
      {"<saml:Assertion a>", "</saml:Assertion>", "</x_y:Assertion>", "<:Assertion>", "<s[:Assertion>"}},
     {kFirstCapture, nullptr, "wreply=([^]+?)(&[^]*)*$", {"wreply=", "h%3a%2f", "&wctx=", "&", "=="}},
     {kFirstCapture, nullptr, "(.*?)/adfs/ls", {"/adfs/ls", "https://sts.h", "/adfs/ls/?", "/adfs", "/ls"}},
-    {kFirstCapture, nullptr, kNamespace, {"\"NameSpaceType\": \"", "\"Managed\"", "\"\"", ":"}},
-    {kFirstCapture, nullptr, kAuthUrl, {"\"AuthURL\":", "\"AuthURL\":\"", "\"https://s/\"", "\"\""}},
+    {kFirstCapture, nullptr, "\"NameSpaceType\":\\s*\"(.+?)\"", {"\"NameSpaceType\": \"", "\"Managed\"", "\"\"", ":"}},
+    {kFirstCapture, nullptr, "\"AuthURL\":\\s*\"(.+?)\"", {"\"AuthURL\":", "\"AuthURL\":\"", "\"https://s/\"", "\"\""}},
     {kFirstCapture, nullptr, "^\\s*([^]+?)\\s*:\\s*", {"Location", ": ", " :", "\t", "X-Forms_Auth", "\r\n"}},
     {kFirstCapture, nullptr, ":\\s*([^]+?)[\\s\\r\\n]*$", {": ", "value", " \r\n", "\r\n", ":", "\t"}},
-    {kFirstCapture, nullptr, kBeforePassword, kPassword},
-    {kFirstCapture, nullptr, kAfterPassword, kPassword},
+    {kFirstCapture, nullptr, "^([^]*<[^<]*[Pp]assword[^>]*>)[^]*</[^<]*[Pp]assword[^>]*>[^]*$", kPassword},
+    {kFirstCapture, nullptr, "^[^]*<[^<]*[Pp]assword[^>]*>[^]*(</[^<]*[Pp]assword[^>]*>[^]*)$", kPassword},
     {kElement, "strSite", "<[^<]*strSite[^>]*>([^]+)</[^<]*strSite[^>]*>", kSite},
     {kElement, "strWeb", "<[^<]*strWeb[^>]*>([^]+)</[^<]*strWeb[^>]*>", kSite},
     {kWhole, "strSite", "(<[^<]*strSite[^>]*>[^]+</[^<]*strSite[^>]*>)", kSite},
@@ -73,9 +63,8 @@ const std::vector<PatternCase> kCases = {
     {kRemoveAll, nullptr, "/[^/]*\\.aspx$", kUrl},
 };
 
-// Fragments, words of other patterns for near misses, and single characters,
-// with the case of some letters swapped.
-std::string Subject(const std::vector<std::string>& fragments, std::mt19937* random) {
+// Fragments, other patterns' words and single characters, some letters' case swapped.
+std::string Subject(const PatternCase& c, std::mt19937* random) {
   static const std::string kChars = "<>/:\"&=%?#\t\r\n  .aAbBsStTxXzZ_[0";
   static const std::vector<std::string> kWords = {"Assertion", "wreply=", "/adfs/ls", "Password", ".aspx",
                                                   "strSite", "AuthURL", "TRUE", "t="};
@@ -86,7 +75,7 @@ std::string Subject(const std::vector<std::string>& fragments, std::mt19937* ran
   std::string subject;
   while (subject.size() < length) {
     roll = uniform(100);
-    std::string piece = roll < 35 ? fragments[uniform(fragments.size())]
+    std::string piece = roll < 35 ? c.fragments[uniform(c.fragments.size())]
                         : roll < 42 ? kWords[uniform(kWords.size())]
                                     : std::string(1, kChars[uniform(kChars.size())]);
     for (char& ch : piece) {
@@ -94,7 +83,38 @@ std::string Subject(const std::vector<std::string>& fragments, std::mt19937* ran
     }
     subject += piece;
   }
+  // Seven greedy groups backtrack as a power of the tab count: cut after the eighth.
+  size_t tab = std::string::npos;
+  for (int tabs = 0; c.helper == kGroups && tabs < 8 && (tab = subject.find('\t', tab + 1)) != std::string::npos;) ++tabs;
+  if (tab != std::string::npos) subject.resize(tab + 1);
   return subject;
+}
+
+// "<null>" for no match, "=" and the capture, "[group]..." for all, or what a removal leaves.
+std::string Ours(const PatternCase& c, const std::string& subject) {
+  if (c.helper == kRemoveAll) return RegexRemoveAll(subject, c.pattern.c_str());
+  std::string text;
+  if (c.helper == kGroups) {
+    std::vector<std::string> groups;
+    if (!RegexSearchGroups(subject.c_str(), c.pattern.c_str(), &groups)) return "<null>";
+    for (const std::string& group : groups) text += "[" + group + "]";
+    return text;
+  }
+  char* out = c.word == nullptr ? RegexFirstCapture(subject.c_str(), c.pattern.c_str())
+                                : ExtractXmlElement(subject.c_str(), c.word, c.helper == kWhole);
+  text = out != nullptr ? "=" + std::string(out) : "<null>";
+  StrFree(&out);
+  return text;
+}
+
+std::string Reference(const PatternCase& c, const std::regex& reference, const std::string& subject) {
+  if (c.helper == kRemoveAll) return std::regex_replace(subject, reference, "");
+  std::smatch match;
+  if (!std::regex_search(subject, match, reference)) return "<null>";
+  if (c.helper != kGroups) return "=" + match[1].str();
+  std::string text;
+  for (size_t g = 1; g < match.size(); ++g) text += "[" + match[g].str() + "]";
+  return text;
 }
 
 TEST(RegexDifferentialTest, AgreesWithStdRegexOnEveryPatternOfTheLibrary) {
@@ -103,34 +123,9 @@ TEST(RegexDifferentialTest, AgreesWithStdRegexOnEveryPatternOfTheLibrary) {
     std::regex reference(c.pattern, std::regex::ECMAScript | std::regex::icase);
     int matched = 0, mismatches = 0;
     for (int i = 0; i < kSubjects; ++i) {
-      std::string subject = Subject(c.fragments, &random), expected, ours;
-      std::smatch match;
-      if (c.helper == kGroups) {
-        // Seven greedy groups backtrack as a power of the tab count in both
-        // engines; libcurl writes six tabs, so cut after the eighth.
-        size_t tab = std::string::npos;
-        for (int tabs = 0; tabs < 8 && (tab = subject.find('\t', tab + 1)) != std::string::npos;) ++tabs;
-        if (tab != std::string::npos) subject.resize(tab + 1);
-      }
-      bool found = std::regex_search(subject, match, reference);
-      if (!found) expected = "<null>";
-      if (c.helper == kRemoveAll) {
-        expected = std::regex_replace(subject, reference, "");
-        ours = RegexRemoveAll(subject, c.pattern.c_str());
-        found = expected != subject;
-      } else if (c.helper == kGroups) {
-        std::vector<std::string> groups;
-        ours = RegexSearchGroups(subject.c_str(), c.pattern.c_str(), &groups) ? "" : "<null>";
-        for (size_t g = 0; g < groups.size(); ++g) ours += "[" + groups[g] + "]";
-        for (size_t g = 1; found && g < match.size(); ++g) expected += "[" + match[g].str() + "]";
-      } else {
-        if (found) expected = "=" + match[1].str();
-        char* out = c.word == nullptr ? RegexFirstCapture(subject.c_str(), c.pattern.c_str())
-                                      : ExtractXmlElement(subject.c_str(), c.word, c.helper == kWhole);
-        ours = out != nullptr ? "=" + std::string(out) : "<null>";
-        StrFree(&out);
-      }
-      matched += found;
+      const std::string subject = Subject(c, &random), expected = Reference(c, reference, subject);
+      const std::string ours = Ours(c, subject);
+      matched += c.helper == kRemoveAll ? expected != subject : expected != "<null>";
       if (ours != expected && ++mismatches <= 3) {
         ADD_FAILURE() << c.pattern << "\n subject:   " << subject.substr(0, 300) << "\n ours:      "
                       << ours.substr(0, 300) << "\n reference: " << expected.substr(0, 300);
@@ -142,79 +137,40 @@ TEST(RegexDifferentialTest, AgreesWithStdRegexOnEveryPatternOfTheLibrary) {
   }
 }
 
-// On a thread with a 256 KB stack: no crash, and the capture the body was
-// built to hold. (std::regex overflows an 8 MB stack on a 50 KB body.)
-const size_t kBody = 16 * 1024 * 1024;
 
-struct BodyCase {
-  const char* pattern;  // or, with `element`, the word for ExtractXmlElement
-  int element;          // -1: RegexFirstCapture; 0: inner; 1: whole
-  std::string subject, expected;
-};
-
-struct Runner {
-  std::vector<BodyCase> cases;
-  std::vector<std::string> results;  // "<null>" for null
-
-  static void* Main(void* argument) {
-    auto* run = static_cast<Runner*>(argument);
-    for (const BodyCase& c : run->cases) {
-      char* result = c.element < 0 ? RegexFirstCapture(c.subject.c_str(), c.pattern)
-                                   : ExtractXmlElement(c.subject.c_str(), c.pattern, c.element == 1);
-      run->results.push_back(result != nullptr ? result : "<null>");
+// The body searches on a thread with a 256 KB stack, over 16 MB: no crash, and
+// the capture the body was built to hold. std::regex overflows an 8 MB stack
+// near 50 KB; the JIT and the interpreter must not lean on the caller's stack.
+TEST(RegexLargeSubjectTest, BodySearchesOnSixteenMegabytesWithASmallStack) {
+  const std::string filler(8 * 1024 * 1024, 'x');
+  const std::string rstr = "<t:RequestSecurityTokenResponse>" + filler + filler + "</t:RequestSecurityTokenResponse>";
+  const std::string assertion = "<saml:Assertion M=\"1\">" + filler + "</saml:Assertion>";
+  struct Case {
+    const char* pattern;
+    std::string subject, expected, result;
+  } cases[] = {
+      {"(<[^<]*RequestSecurityTokenResponse[^>]*>[^]+</[^<]*RequestSecurityTokenResponse[^>]*>)",
+       "<s:Body>" + rstr + "</s:Body>", rstr, ""},
+      {"(<[A-z]+?:Assertion.*?>.*?</[A-z]+?:Assertion>)", filler + assertion + "\r\n" + filler, assertion, ""},
+      {"<[^<]*strSite[^>]*>([^]+)</[^<]*strSite[^>]*>", "<strSite>" + filler + "</strSite>" + filler, filler, ""},
+  };
+  auto run = [](void* argument) -> void* {
+    for (Case& c : *static_cast<Case(*)[3]>(argument)) {
+      char* result = RegexFirstCapture(c.subject.c_str(), c.pattern);
+      c.result = result != nullptr ? result : "<null>";
       StrFree(&result);
     }
     return nullptr;
-  }
-};
-
-TEST(RegexLargeSubjectTest, BodyPatternsOnSixteenMegabytesWithASmallStack) {
-  auto filler = [](size_t size, const std::string& piece) {
-    std::string text;
-    while (text.size() < size) text += piece;
-    return text;
   };
-  // Tags, attributes, entities and line ends, as in a SOAP body.
-  const std::string xml = "<a:Item Id=\"_1\" xmlns:a=\"urn:x\">text &amp; more\tand more</a:Item>\r\n";
-  const std::string half = filler(kBody / 2, xml), whole = filler(kBody, xml);
-  const std::string json = filler(kBody, "\"Key\": \"value\", \"Other\":\t\"x\",\n");
-  const std::string rstr = "<t:RequestSecurityTokenResponse>" + whole + "</t:RequestSecurityTokenResponse>";
-  const std::string token = "t=" + std::string(kBody, 'E');
-  const std::string bst = "<wsse:BinarySecurityToken Id=\"C\">" + token + "</wsse:BinarySecurityToken>";
-  const std::string assertion = "<saml:Assertion M=\"1\">" + std::string(kBody, 'x') + "</saml:Assertion>";
-  const std::string before = half + "<o:Password Type=\"PasswordText\">", after = "</o:Password>" + half;
-  const std::string site = "<s:strSite a=\"1\">" + whole + "</s:strSite>";
-  Runner run;
-  run.cases = {
-      {kRstr, -1, "<s:Envelope><s:Body>" + rstr + "</s:Body></s:Envelope>", rstr},
-      {kTokenInner, -1, half + bst + half, token},
-      {kTokenWhole, -1, half + bst + half, bst},
-      {kAssertion, -1, half + assertion + "\r\n" + half, assertion},
-      {kNamespace, -1, "{" + json + "\"NameSpaceType\": \"Federated\"}", "Federated"},
-      {kAuthUrl, -1, "{" + json + "\"AuthURL\":\"https://sts/adfs/ls/\"}", "https://sts/adfs/ls/"},
-      {kBeforePassword, -1, before + "secret" + after, before},
-      {kAfterPassword, -1, before + "secret" + after, after},
-      {"strSite", 0, "<r>" + site + "<strWeb>w</strWeb></r>", whole},
-      {"strSite", 1, "<r>" + site + "<strWeb>w</strWeb></r>", site},
-      {"strWeb", 0, half + "<strWeb>https://h/w</strWeb>" + half, "https://h/w"},
-  };
-
   pthread_attr_t attributes;
   pthread_t thread = {};
   ASSERT_EQ(pthread_attr_init(&attributes), 0);
   ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256 * 1024), 0);
-  ASSERT_EQ(pthread_create(&thread, &attributes, &Runner::Main, &run), 0);
+  ASSERT_EQ(pthread_create(&thread, &attributes, run, &cases), 0);
   ASSERT_EQ(pthread_join(thread, nullptr), 0);
   pthread_attr_destroy(&attributes);
-
-  for (size_t i = 0; i < run.cases.size(); ++i) {
-    const BodyCase& c = run.cases[i];
-    // Size and a prefix first: a failure must not print 16 MB.
-    EXPECT_EQ(run.results[i].size(), c.expected.size()) << c.pattern << ": " << run.results[i].substr(0, 200);
-    EXPECT_TRUE(run.results[i] == c.expected) << c.pattern;
-  }
+  for (const Case& c : cases) EXPECT_TRUE(c.result == c.expected) << c.pattern << ": " << c.result.substr(0, 100);
 }
 
 }  // namespace
-}  // namespace Auth
-}  // namespace Vantrel
+}  // namespace Vantrel::Auth
