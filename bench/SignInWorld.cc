@@ -34,14 +34,8 @@ const char kOnlinePassword[] = "Spring-2024";
 const char kOnlineSite[] = "https://contoso.sharepoint.com/sites/team";
 const char kFixedSitePath[] = "/sites/fixed";
 
-struct DeleteCredential {
-  void operator()(ICredential* credential) const { delete credential; }
-};
-using Credential = std::unique_ptr<ICredential, DeleteCredential>;
-
-std::string Rstr(const AdfsImpl& adfs) {
-  return testing::Fetch([&](char* buffer, size_t* size) { adfs.GetRstr(buffer, size); });
-}
+using testing::CredentialPtr;
+using testing::RstrOf;
 
 // The managed tenant's road, as a host walks it: where the user signs in, a
 // token from the sign-in service, and the token traded at the site.
@@ -53,9 +47,9 @@ bool OnlineChain(AuthEngine* engine) {
   if (type != kAuthNamespaceManaged) return false;
   Office365* office365 = engine->Office365();
   office365->SetServer(server.c_str());
-  Credential credential(CredentialFactory::CreateBasicUsernameCredential(kOnlineUser, kOnlinePassword));
+  CredentialPtr credential(CredentialFactory::CreateBasicUsernameCredential(kOnlineUser, kOnlinePassword));
   if (office365->Authenticate(kOnlineSite, credential.get()) != kAuthResultOk) return false;
-  Credential token(CredentialFactory::CreateCredentialFromRstr(Rstr(*office365)));
+  CredentialPtr token(CredentialFactory::CreateCredentialFromRstr(RstrOf(*office365)));
   if (!token || online->Authenticate(kOnlineSite, token.get()) != kAuthResultOk) return false;
   return online->GetFedAuthCookie() != nullptr && online->GetRtfaCookie() != nullptr;
 }
@@ -97,7 +91,7 @@ SignInWorld::SignInWorld() {
     std::fprintf(stderr, "bench: the emulator's ADFS server refused the token request\n");
     std::exit(1);
   }
-  rstr_ = Rstr(*engine.Adfs());
+  rstr_ = RstrOf(*engine.Adfs());
 
   for (bool https : {false, true}) AddForms(https);
   for (bool https : {false, true}) AddAdfs(https);

@@ -9,11 +9,12 @@
 #include "ISamlCredential.h"
 #include "ISoapCredential.h"
 #include "SamlAssertionCredential.h"
+#include "support/Authenticators.h"
 
 namespace Vantrel::Auth {
 namespace {
 
-using CredentialPtr = std::unique_ptr<ICredential>;
+using testing::CredentialPtr;
 
 std::string SamlText(const ICredential* c) { return dynamic_cast<const ISamlCredential&>(*c).GetSamlCredential(); }
 

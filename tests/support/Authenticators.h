@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 
 #include "VantrelAuthEngine.h"
@@ -24,6 +25,9 @@ inline std::string Detail(const AuthBase& authenticator) {
 }
 
 // The RSTR an ADFS or Office 365 sign-in holds.
+// Credentials from the factory are the caller's to delete.
+using CredentialPtr = std::unique_ptr<ICredential>;
+
 inline std::string RstrOf(const AdfsImpl& authenticator) {
   return Fetch([&](char* buffer, size_t* size) { authenticator.GetRstr(buffer, size); });
 }

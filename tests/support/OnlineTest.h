@@ -28,11 +28,6 @@ constexpr char kSite[] = "https://contoso.sharepoint.com/sites/team";
 constexpr char kManagedUser[] = "adele@contoso.com";
 constexpr char kManagedPassword[] = "Spring-2024";
 
-struct DeleteCredential {
-  void operator()(ICredential* credential) const { delete credential; }
-};
-using CredentialPtr = std::unique_ptr<ICredential, DeleteCredential>;
-
 class OnlineTest : public EmulatorTest {
  protected:
   void SetUp() override {
