@@ -18,19 +18,19 @@
 #include <memory>
 #include <string>
 
-#include "Adfs.h"
-#include "AuthEngine.h"
-#include "AuthEngineConfig.h"
-#include "CredentialFactory.h"
-#include "NetscapeCookie.h"
-#include "NetworkConfig.h"
-#include "Office365.h"
-#include "RegexUtil.h"
-#include "SharePointFba.h"
-#include "SharePointOffice365.h"
-#include "StringUtil.h"
+#include "VantrelAuthEngine64/Adfs.h"
+#include "VantrelAuthEngine64/AuthEngine.h"
+#include "VantrelAuthEngine64/AuthEngineConfig.h"
+#include "VantrelAuthEngine64/CredentialFactory.h"
+#include "VantrelAuthEngine64/NetworkConfig.h"
+#include "VantrelAuthEngine64/Office365.h"
+#include "VantrelAuthEngine64/SharePointFba.h"
+#include "VantrelAuthEngine64/SharePointOffice365.h"
+#include "base/StringUtil.h"
 #include "emulator/Emulator.h"
+#include "network/NetscapeCookie.h"
 #include "support/HostileBodies.h"
+#include "text/RegexUtil.h"
 
 namespace {
 

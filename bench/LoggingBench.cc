@@ -12,10 +12,10 @@
 
 #include <unistd.h>
 
-#include "AuthEngine.h"
-#include "AuthEngineConfig.h"
 #include "PairedRun.h"
 #include "SignInWorld.h"
+#include "VantrelAuthEngine64/AuthEngine.h"
+#include "VantrelAuthEngine64/AuthEngineConfig.h"
 
 namespace Vantrel {
 namespace Bench {

@@ -12,10 +12,10 @@
 #include <benchmark/benchmark.h>
 
 #include "AllocationCounter.h"
-#include "AuthEngine.h"
-#include "AuthEngineConfig.h"
 #include "BareCurlClient.h"
 #include "SignInWorld.h"
+#include "VantrelAuthEngine64/AuthEngine.h"
+#include "VantrelAuthEngine64/AuthEngineConfig.h"
 #include "support/HostileBodies.h"
 
 namespace Vantrel {

@@ -4,13 +4,13 @@
 #include <cstdlib>
 #include <memory>
 
-#include "Adfs.h"
-#include "AuthEngineConfig.h"
-#include "CredentialFactory.h"
-#include "Office365.h"
-#include "SharePointAdfs.h"
-#include "SharePointFba.h"
-#include "SharePointOffice365.h"
+#include "VantrelAuthEngine64/Adfs.h"
+#include "VantrelAuthEngine64/AuthEngineConfig.h"
+#include "VantrelAuthEngine64/CredentialFactory.h"
+#include "VantrelAuthEngine64/Office365.h"
+#include "VantrelAuthEngine64/SharePointAdfs.h"
+#include "VantrelAuthEngine64/SharePointFba.h"
+#include "VantrelAuthEngine64/SharePointOffice365.h"
 #include "emulator/AdfsServer.h"
 #include "emulator/FbaSite.h"
 #include "emulator/Office365Service.h"

@@ -11,14 +11,14 @@
 #include <regex>
 #include <string>
 
-#include "AdfsUtil.h"
-#include "HeaderLine.h"
-#include "NetworkConfig.h"
-#include "NetworkResult.h"
-#include "RegexUtil.h"
-#include "StringUtil.h"
-#include "UrlUtil.h"
+#include "VantrelAuthEngine64/NetworkConfig.h"
+#include "VantrelAuthEngine64/NetworkResult.h"
+#include "authenticators/AdfsUtil.h"
+#include "base/StringUtil.h"
+#include "network/HeaderLine.h"
 #include "support/HostileBodies.h"
+#include "text/RegexUtil.h"
+#include "text/UrlUtil.h"
 
 namespace Vantrel {
 namespace Bench {

@@ -8,11 +8,11 @@
 #include <set>
 #include <string>
 
-#include "AuthEngine.h"
-#include "AuthEngineConfig.h"
 #include "BareCurlClient.h"
 #include "PairedRun.h"
 #include "SignInWorld.h"
+#include "VantrelAuthEngine64/AuthEngine.h"
+#include "VantrelAuthEngine64/AuthEngineConfig.h"
 
 namespace Vantrel {
 namespace Bench {

@@ -1,28 +1,18 @@
-# Installation: the shared library, the public headers (flat, under
-# include/VantrelAuthEngine64), a pkg-config file and a CMake package.
+# Installation: the shared library, the public headers (the umbrella
+# VantrelAuthEngine.h beside the folder VantrelAuthEngine64/ that holds the
+# rest), a pkg-config file and a CMake package.
 include(CMakePackageConfigHelpers)
 
-set(VANTREL_PUBLIC_HEADERS
-  include/VantrelAuthEngine.h
-  src/engine/AuthExport.h src/engine/AuthTypes.h src/engine/AuthEngine.h src/engine/AuthEngineConfig.h
-  src/text/StrList.h
-  src/network/Cookie.h src/network/CookieNode.h src/network/Header.h src/network/HeaderNode.h
-  src/network/INetworkControl.h src/network/NetworkConfig.h src/network/NetworkResult.h
-  src/network/SslVersion.h
-  src/credentials/ICredential.h src/credentials/CredentialFactory.h
-  src/authenticators/AuthBase.h src/authenticators/AdfsImpl.h src/authenticators/Adfs.h
-  src/authenticators/Office365.h src/authenticators/SharePointFba.h
-  src/authenticators/SharePointAdfs.h src/authenticators/SharePointOffice365.h
-  src/authenticators/Ntlm.h)
-list(TRANSFORM VANTREL_PUBLIC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/)
-set_property(GLOBAL PROPERTY VANTREL_PUBLIC_HEADERS "${VANTREL_PUBLIC_HEADERS}")
+file(GLOB VANTREL_PUBLIC_HEADERS CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/VantrelAuthEngine64/*.h)
+set_property(GLOBAL PROPERTY VANTREL_PUBLIC_HEADERS
+  "${PROJECT_SOURCE_DIR}/include/VantrelAuthEngine.h;${VANTREL_PUBLIC_HEADERS}")
 
 install(TARGETS VantrelAuthEngine64 EXPORT VantrelAuthEngine64Targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES ${VANTREL_PUBLIC_HEADERS}
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VantrelAuthEngine64)
+install(FILES ${PROJECT_SOURCE_DIR}/include/VantrelAuthEngine.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES ${VANTREL_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VantrelAuthEngine64)
 
 install(EXPORT VantrelAuthEngine64Targets NAMESPACE Vantrel::
   FILE VantrelAuthEngine64Targets.cmake

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <string>
 
-#include "UrlUtil.h"
 #include "VantrelAuthEngine.h"
+#include "text/UrlUtil.h"
 
 using namespace Vantrel::Auth;
 

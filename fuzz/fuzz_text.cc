@@ -9,11 +9,11 @@
 #include <cstring>
 #include <string>
 
-#include "HeaderLine.h"
-#include "NetscapeCookie.h"
-#include "RegexUtil.h"
-#include "StringUtil.h"
 #include "VantrelAuthEngine.h"
+#include "base/StringUtil.h"
+#include "network/HeaderLine.h"
+#include "network/NetscapeCookie.h"
+#include "text/RegexUtil.h"
 
 using namespace Vantrel::Auth;
 

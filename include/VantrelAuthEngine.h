@@ -6,33 +6,33 @@
 #ifndef VANTREL_AUTH_ENGINE_H_
 #define VANTREL_AUTH_ENGINE_H_
 
-#include "AuthExport.h"
-#include "AuthTypes.h"
+#include "VantrelAuthEngine64/AuthExport.h"
+#include "VantrelAuthEngine64/AuthTypes.h"
 
-#include "AuthEngine.h"
-#include "AuthEngineConfig.h"
+#include "VantrelAuthEngine64/AuthEngine.h"
+#include "VantrelAuthEngine64/AuthEngineConfig.h"
 
-#include "StrList.h"
+#include "VantrelAuthEngine64/StrList.h"
 
-#include "Cookie.h"
-#include "CookieNode.h"
-#include "Header.h"
-#include "HeaderNode.h"
-#include "INetworkControl.h"
-#include "NetworkConfig.h"
-#include "NetworkResult.h"
-#include "SslVersion.h"
+#include "VantrelAuthEngine64/Cookie.h"
+#include "VantrelAuthEngine64/CookieNode.h"
+#include "VantrelAuthEngine64/Header.h"
+#include "VantrelAuthEngine64/HeaderNode.h"
+#include "VantrelAuthEngine64/INetworkControl.h"
+#include "VantrelAuthEngine64/NetworkConfig.h"
+#include "VantrelAuthEngine64/NetworkResult.h"
+#include "VantrelAuthEngine64/SslVersion.h"
 
-#include "CredentialFactory.h"
-#include "ICredential.h"
+#include "VantrelAuthEngine64/CredentialFactory.h"
+#include "VantrelAuthEngine64/ICredential.h"
 
-#include "Adfs.h"
-#include "AdfsImpl.h"
-#include "AuthBase.h"
-#include "Ntlm.h"
-#include "Office365.h"
-#include "SharePointAdfs.h"
-#include "SharePointFba.h"
-#include "SharePointOffice365.h"
+#include "VantrelAuthEngine64/Adfs.h"
+#include "VantrelAuthEngine64/AdfsImpl.h"
+#include "VantrelAuthEngine64/AuthBase.h"
+#include "VantrelAuthEngine64/Ntlm.h"
+#include "VantrelAuthEngine64/Office365.h"
+#include "VantrelAuthEngine64/SharePointAdfs.h"
+#include "VantrelAuthEngine64/SharePointFba.h"
+#include "VantrelAuthEngine64/SharePointOffice365.h"
 
 #endif  // VANTREL_AUTH_ENGINE_H_

@@ -1,12 +1,12 @@
-#include "Adfs.h"
+#include "VantrelAuthEngine64/Adfs.h"
 
 #include <memory>
 
-#include "AttemptSteps.h"
-#include "CredentialFactory.h"
-#include "ICredential.h"
-#include "Logger.h"
-#include "StringUtil.h"
+#include "VantrelAuthEngine64/CredentialFactory.h"
+#include "VantrelAuthEngine64/ICredential.h"
+#include "authenticators/AttemptSteps.h"
+#include "base/Logger.h"
+#include "base/StringUtil.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,18 +1,18 @@
-#include "AdfsImpl.h"
+#include "VantrelAuthEngine64/AdfsImpl.h"
 
 #include <string>
 
-#include "AdfsUtil.h"
-#include "AttemptSteps.h"
-#include "ErrorDetail.h"
-#include "ICredential.h"
-#include "INetworkControl.h"
-#include "ISamlCredential.h"
-#include "Logger.h"
-#include "NetworkConfig.h"
-#include "NetworkResult.h"
-#include "StringUtil.h"
-#include "UrlUtil.h"
+#include "VantrelAuthEngine64/ICredential.h"
+#include "VantrelAuthEngine64/INetworkControl.h"
+#include "VantrelAuthEngine64/NetworkConfig.h"
+#include "VantrelAuthEngine64/NetworkResult.h"
+#include "authenticators/AdfsUtil.h"
+#include "authenticators/AttemptSteps.h"
+#include "base/ErrorDetail.h"
+#include "base/Logger.h"
+#include "base/StringUtil.h"
+#include "credentials/ISamlCredential.h"
+#include "text/UrlUtil.h"
 
 namespace Vantrel {
 namespace Auth {

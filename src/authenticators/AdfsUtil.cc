@@ -1,10 +1,11 @@
-#include "AdfsUtil.h"
+#include "authenticators/AdfsUtil.h"
 
 #include <string>
 
-#include "ISamlCredential.h"
-#include "RegexUtil.h"
-#include "StringUtil.h"
+#include "base/StringUtil.h"
+#include "credentials/BinaryTokenCredential.h"
+#include "credentials/ISamlCredential.h"
+#include "text/RegexUtil.h"
 
 namespace Vantrel {
 namespace Auth {
@@ -33,8 +34,7 @@ char* FillFormat(const char* format, const char* const* texts, size_t count) {
 const char* AdfsUtil::regex_str_wreply_ = "wreply=([^]+?)(&[^]*)*$";
 const char* AdfsUtil::regex_str_rstr_ =
     "(<[^<]*RequestSecurityTokenResponse[^>]*>[^]+</[^<]*RequestSecurityTokenResponse[^>]*>)";
-const char* AdfsUtil::regex_str_binarysecuritytoken_ =
-    "<[^<]*BinarySecurityToken[^>]*>(t=[^]+)</[^<]*BinarySecurityToken[^>]*>";
+const char* AdfsUtil::regex_str_binarysecuritytoken_ = BinaryTokenCredential::token_pattern_;
 const char* AdfsUtil::signin_form_format_ = "wa=wsignin1.0&wctx=%s&wresult=%s";
 
 // Kept byte for byte as token services have accepted it, irregular indents

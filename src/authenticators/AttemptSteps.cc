@@ -1,14 +1,14 @@
-#include "AttemptSteps.h"
+#include "authenticators/AttemptSteps.h"
 
 #include <cstring>
 
-#include "Cookie.h"
-#include "CookieNode.h"
-#include "ErrorDetail.h"
-#include "INetworkControl.h"
-#include "NetworkConfig.h"
-#include "NetworkResult.h"
-#include "StringUtil.h"
+#include "VantrelAuthEngine64/Cookie.h"
+#include "VantrelAuthEngine64/CookieNode.h"
+#include "VantrelAuthEngine64/INetworkControl.h"
+#include "VantrelAuthEngine64/NetworkConfig.h"
+#include "VantrelAuthEngine64/NetworkResult.h"
+#include "base/ErrorDetail.h"
+#include "base/StringUtil.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -4,7 +4,7 @@
 #ifndef VANTREL_AUTH_AUTHENTICATORS_ATTEMPT_STEPS_H_
 #define VANTREL_AUTH_AUTHENTICATORS_ATTEMPT_STEPS_H_
 
-#include "AuthTypes.h"
+#include "VantrelAuthEngine64/AuthTypes.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,13 +1,13 @@
-#include "AuthBase.h"
+#include "VantrelAuthEngine64/AuthBase.h"
 
 #include <cstring>
 #include <memory>
 
-#include "AuthEngineConfig.h"
-#include "ErrorDetail.h"
-#include "NetworkConfig.h"
-#include "NetworkResult.h"
-#include "StringUtil.h"
+#include "VantrelAuthEngine64/AuthEngineConfig.h"
+#include "VantrelAuthEngine64/NetworkConfig.h"
+#include "VantrelAuthEngine64/NetworkResult.h"
+#include "base/ErrorDetail.h"
+#include "base/StringUtil.h"
 
 namespace Vantrel {
 namespace Auth {

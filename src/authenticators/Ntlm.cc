@@ -1,4 +1,4 @@
-#include "Ntlm.h"
+#include "VantrelAuthEngine64/Ntlm.h"
 
 namespace Vantrel {
 namespace Auth {

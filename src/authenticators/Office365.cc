@@ -1,12 +1,12 @@
-#include "Office365.h"
+#include "VantrelAuthEngine64/Office365.h"
 
-#include "AdfsUtil.h"
-#include "ErrorDetail.h"
-#include "Logger.h"
-#include "Office365Endpoints.h"
-#include "RealmDiscovery.h"
-#include "StringUtil.h"
-#include "UrlUtil.h"
+#include "authenticators/AdfsUtil.h"
+#include "authenticators/Office365Endpoints.h"
+#include "authenticators/RealmDiscovery.h"
+#include "base/ErrorDetail.h"
+#include "base/Logger.h"
+#include "base/StringUtil.h"
+#include "text/UrlUtil.h"
 
 namespace Vantrel {
 namespace Auth {

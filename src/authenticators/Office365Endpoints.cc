@@ -1,4 +1,4 @@
-#include "Office365Endpoints.h"
+#include "authenticators/Office365Endpoints.h"
 
 namespace Vantrel {
 namespace Auth {

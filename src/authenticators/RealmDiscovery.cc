@@ -1,14 +1,14 @@
-#include "RealmDiscovery.h"
+#include "authenticators/RealmDiscovery.h"
 
-#include "AdfsUtil.h"
-#include "AuthEngineConfig.h"
-#include "INetworkControl.h"
-#include "Logger.h"
-#include "NetworkConfig.h"
-#include "NetworkResult.h"
-#include "RegexUtil.h"
-#include "StringUtil.h"
-#include "UrlUtil.h"
+#include "VantrelAuthEngine64/AuthEngineConfig.h"
+#include "VantrelAuthEngine64/INetworkControl.h"
+#include "VantrelAuthEngine64/NetworkConfig.h"
+#include "VantrelAuthEngine64/NetworkResult.h"
+#include "authenticators/AdfsUtil.h"
+#include "base/Logger.h"
+#include "base/StringUtil.h"
+#include "text/RegexUtil.h"
+#include "text/UrlUtil.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,14 +1,14 @@
-#include "SharePointAdfs.h"
+#include "VantrelAuthEngine64/SharePointAdfs.h"
 
-#include "AdfsUtil.h"
-#include "AttemptSteps.h"
-#include "ErrorDetail.h"
-#include "INetworkControl.h"
-#include "Logger.h"
-#include "NetworkConfig.h"
-#include "NetworkResult.h"
-#include "StringUtil.h"
-#include "UrlUtil.h"
+#include "VantrelAuthEngine64/INetworkControl.h"
+#include "VantrelAuthEngine64/NetworkConfig.h"
+#include "VantrelAuthEngine64/NetworkResult.h"
+#include "authenticators/AdfsUtil.h"
+#include "authenticators/AttemptSteps.h"
+#include "base/ErrorDetail.h"
+#include "base/Logger.h"
+#include "base/StringUtil.h"
+#include "text/UrlUtil.h"
 
 namespace Vantrel {
 namespace Auth {

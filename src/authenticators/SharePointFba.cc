@@ -1,16 +1,16 @@
-#include "SharePointFba.h"
+#include "VantrelAuthEngine64/SharePointFba.h"
 
 #include <cstdio>
 #include <cstring>
 
-#include "AttemptSteps.h"
-#include "ErrorDetail.h"
-#include "INetworkControl.h"
-#include "Logger.h"
-#include "NetworkConfig.h"
-#include "NetworkResult.h"
-#include "StringUtil.h"
-#include "UrlUtil.h"
+#include "VantrelAuthEngine64/INetworkControl.h"
+#include "VantrelAuthEngine64/NetworkConfig.h"
+#include "VantrelAuthEngine64/NetworkResult.h"
+#include "authenticators/AttemptSteps.h"
+#include "base/ErrorDetail.h"
+#include "base/Logger.h"
+#include "base/StringUtil.h"
+#include "text/UrlUtil.h"
 
 namespace Vantrel {
 namespace Auth {

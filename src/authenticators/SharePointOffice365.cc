@@ -1,19 +1,19 @@
-#include "SharePointOffice365.h"
+#include "VantrelAuthEngine64/SharePointOffice365.h"
 
 #include <cstring>
 
-#include "AttemptSteps.h"
-#include "BinaryTokenCredential.h"
-#include "ErrorDetail.h"
-#include "INetworkControl.h"
-#include "Logger.h"
-#include "NetworkConfig.h"
-#include "NetworkResult.h"
-#include "Office365Endpoints.h"
-#include "RealmDiscovery.h"
-#include "RegexUtil.h"
-#include "StringUtil.h"
-#include "UrlUtil.h"
+#include "VantrelAuthEngine64/INetworkControl.h"
+#include "VantrelAuthEngine64/NetworkConfig.h"
+#include "VantrelAuthEngine64/NetworkResult.h"
+#include "authenticators/AttemptSteps.h"
+#include "authenticators/Office365Endpoints.h"
+#include "authenticators/RealmDiscovery.h"
+#include "base/ErrorDetail.h"
+#include "base/Logger.h"
+#include "base/StringUtil.h"
+#include "credentials/BinaryTokenCredential.h"
+#include "text/RegexUtil.h"
+#include "text/UrlUtil.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,10 +1,9 @@
-#include "BinaryTokenCredential.h"
+#include "credentials/BinaryTokenCredential.h"
 
 #include <utility>
 
-#include "AdfsUtil.h"
-#include "RegexUtil.h"
-#include "StringUtil.h"
+#include "base/StringUtil.h"
+#include "text/RegexUtil.h"
 
 namespace Vantrel {
 namespace Auth {
@@ -17,7 +16,7 @@ BinaryTokenCredential::~BinaryTokenCredential() {}
 std::string BinaryTokenCredential::GetSamlCredential() const { return token_; }
 
 std::string BinaryTokenCredential::GetTokenValue() const {
-  char* value = RegexFirstCapture(token_.c_str(), AdfsUtil::regex_str_binarysecuritytoken_);
+  char* value = RegexFirstCapture(token_.c_str(), token_pattern_);
   if (value == nullptr) return std::string();
   std::string result(value);
   StrFree(&value);

@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "ICredential.h"
-#include "ISamlCredential.h"
+#include "VantrelAuthEngine64/ICredential.h"
+#include "credentials/ISamlCredential.h"
 
 namespace Vantrel {
 namespace Auth {
@@ -21,6 +21,11 @@ class BinaryTokenCredential : public virtual ICredential, public ISamlCredential
   // The token value posted to SharePoint Online: the element's inner text,
   // beginning with "t="; "" if there is none.
   std::string GetTokenValue() const;
+
+  // The element whose inner text, from "t=" on, is the token value. The token
+  // exchange searches an RSTR with the same pattern.
+  static constexpr const char* token_pattern_ =
+      "<[^<]*BinarySecurityToken[^>]*>(t=[^]+)</[^<]*BinarySecurityToken[^>]*>";
 
  private:
   std::string token_;

@@ -1,12 +1,12 @@
-#include "CredentialFactory.h"
+#include "VantrelAuthEngine64/CredentialFactory.h"
 
 #include <memory>
 #include <utility>
 
-#include "BinaryTokenCredential.h"
-#include "RegexUtil.h"
-#include "SamlAssertionCredential.h"
-#include "UsernameCredential.h"
+#include "credentials/BinaryTokenCredential.h"
+#include "credentials/SamlAssertionCredential.h"
+#include "credentials/UsernameCredential.h"
+#include "text/RegexUtil.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,4 +1,4 @@
-#include "ICredential.h"
+#include "VantrelAuthEngine64/ICredential.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "ICredential.h"
+#include "VantrelAuthEngine64/ICredential.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "ICredential.h"
+#include "VantrelAuthEngine64/ICredential.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,4 +1,4 @@
-#include "SamlAssertionCredential.h"
+#include "credentials/SamlAssertionCredential.h"
 
 #include <utility>
 

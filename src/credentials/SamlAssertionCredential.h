@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "ICredential.h"
-#include "ISamlCredential.h"
+#include "VantrelAuthEngine64/ICredential.h"
+#include "credentials/ISamlCredential.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,4 +1,4 @@
-#include "UsernameCredential.h"
+#include "credentials/UsernameCredential.h"
 
 #include <utility>
 

@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "ICredential.h"
-#include "ISamlCredential.h"
-#include "ISoapCredential.h"
+#include "VantrelAuthEngine64/ICredential.h"
+#include "credentials/ISamlCredential.h"
+#include "credentials/ISoapCredential.h"
 
 namespace Vantrel {
 namespace Auth {

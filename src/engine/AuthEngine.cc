@@ -1,13 +1,13 @@
-#include "AuthEngine.h"
+#include "VantrelAuthEngine64/AuthEngine.h"
 
-#include "Adfs.h"
-#include "Logger.h"
-#include "NetworkControlLibcurl.h"
-#include "Ntlm.h"
-#include "Office365.h"
-#include "SharePointAdfs.h"
-#include "SharePointFba.h"
-#include "SharePointOffice365.h"
+#include "VantrelAuthEngine64/Adfs.h"
+#include "VantrelAuthEngine64/Ntlm.h"
+#include "VantrelAuthEngine64/Office365.h"
+#include "VantrelAuthEngine64/SharePointAdfs.h"
+#include "VantrelAuthEngine64/SharePointFba.h"
+#include "VantrelAuthEngine64/SharePointOffice365.h"
+#include "base/Logger.h"
+#include "network/NetworkControlLibcurl.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,10 +1,10 @@
 // The process-wide half of AuthEngine: global set-up and the result texts.
 // The object half (transport and authenticators) lives in AuthEngine.cc.
-#include "AuthEngine.h"
+#include "VantrelAuthEngine64/AuthEngine.h"
 
-#include "Logger.h"
-#include "NetworkControlLibcurl.h"
-#include "StringUtil.h"
+#include "base/Logger.h"
+#include "base/StringUtil.h"
+#include "network/NetworkControlLibcurl.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,10 +1,10 @@
-#include "Cookie.h"
+#include "VantrelAuthEngine64/Cookie.h"
 
 #include <climits>
 #include <ctime>
 
-#include "Logger.h"
-#include "StringUtil.h"
+#include "base/Logger.h"
+#include "base/StringUtil.h"
 
 namespace Vantrel {
 namespace Auth {

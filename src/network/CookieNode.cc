@@ -1,4 +1,4 @@
-#include "CookieNode.h"
+#include "VantrelAuthEngine64/CookieNode.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,4 +1,4 @@
-#include "CurlWrap.h"
+#include "network/CurlWrap.h"
 
 namespace Vantrel {
 namespace Auth {

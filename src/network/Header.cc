@@ -1,6 +1,6 @@
-#include "Header.h"
+#include "VantrelAuthEngine64/Header.h"
 
-#include "StringUtil.h"
+#include "base/StringUtil.h"
 
 namespace Vantrel {
 namespace Auth {

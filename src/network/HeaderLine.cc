@@ -1,10 +1,10 @@
-#include "HeaderLine.h"
+#include "network/HeaderLine.h"
 
 #include <cstring>
 
-#include "NetworkResult.h"
-#include "RegexUtil.h"
-#include "StringUtil.h"
+#include "VantrelAuthEngine64/NetworkResult.h"
+#include "base/StringUtil.h"
+#include "text/RegexUtil.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,8 +1,8 @@
-#include "HeaderList.h"
+#include "network/HeaderList.h"
 
-#include "HeaderNode.h"
-#include "Logger.h"
-#include "StringUtil.h"
+#include "VantrelAuthEngine64/HeaderNode.h"
+#include "base/Logger.h"
+#include "base/StringUtil.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,4 +1,4 @@
-#include "HeaderNode.h"
+#include "VantrelAuthEngine64/HeaderNode.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,12 +1,12 @@
-#include "NetscapeCookie.h"
+#include "network/NetscapeCookie.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "Cookie.h"
-#include "RegexUtil.h"
+#include "VantrelAuthEngine64/Cookie.h"
+#include "text/RegexUtil.h"
 
 namespace Vantrel {
 namespace Auth {

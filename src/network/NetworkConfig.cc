@@ -1,11 +1,11 @@
-#include "NetworkConfig.h"
+#include "VantrelAuthEngine64/NetworkConfig.h"
 
 #include <cstdio>
 #include <cstring>
 
-#include "HeaderList.h"
-#include "Logger.h"
-#include "StringUtil.h"
+#include "base/Logger.h"
+#include "base/StringUtil.h"
+#include "network/HeaderList.h"
 
 namespace Vantrel {
 namespace Auth {

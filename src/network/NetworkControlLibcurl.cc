@@ -1,4 +1,4 @@
-#include "NetworkControlLibcurl.h"
+#include "network/NetworkControlLibcurl.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -8,12 +8,12 @@
 #include <memory>
 #include <utility>
 
-#include "AuthEngineConfig.h"
-#include "CurlWrap.h"
-#include "HeaderLine.h"
-#include "Logger.h"
-#include "NetscapeCookie.h"
-#include "StringUtil.h"
+#include "VantrelAuthEngine64/AuthEngineConfig.h"
+#include "base/Logger.h"
+#include "base/StringUtil.h"
+#include "network/CurlWrap.h"
+#include "network/HeaderLine.h"
+#include "network/NetscapeCookie.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <cstdio>
 
-#include "INetworkControl.h"
+#include "VantrelAuthEngine64/INetworkControl.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,10 +1,10 @@
 // The static half of NetworkControlLibcurl: libcurl's global set-up, called by
 // AuthEngine::GlobalInit and GlobalCleanup. The transport itself is in
 // NetworkControlLibcurl.cc.
-#include "NetworkControlLibcurl.h"
+#include "network/NetworkControlLibcurl.h"
 
-#include "Logger.h"
-#include "VantrelCurlGlobal.h"
+#include "base/Logger.h"
+#include "network/VantrelCurlGlobal.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,13 +1,13 @@
-#include "NetworkResult.h"
+#include "VantrelAuthEngine64/NetworkResult.h"
 
 #include <cstring>
 #include <ctime>
 
-#include "AuthEngineConfig.h"
-#include "ErrorDetail.h"
-#include "HeaderList.h"
-#include "Logger.h"
-#include "StringUtil.h"
+#include "VantrelAuthEngine64/AuthEngineConfig.h"
+#include "base/ErrorDetail.h"
+#include "base/Logger.h"
+#include "base/StringUtil.h"
+#include "network/HeaderList.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,4 +1,4 @@
-#include "VantrelCurlGlobal.h"
+#include "network/VantrelCurlGlobal.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -1,4 +1,4 @@
-#include "RegexUtil.h"
+#include "text/RegexUtil.h"
 
 #define PCRE2_CODE_UNIT_WIDTH 8
 #include <pcre2.h>
@@ -10,7 +10,7 @@
 #include <new>
 #include <regex>
 
-#include "StringUtil.h"
+#include "base/StringUtil.h"
 
 namespace Vantrel {
 namespace Auth {

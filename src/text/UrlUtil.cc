@@ -1,10 +1,10 @@
-#include "UrlUtil.h"
+#include "text/UrlUtil.h"
 
 #include <cstring>
 #include <memory>
 
-#include "RegexUtil.h"
-#include "StringUtil.h"
+#include "base/StringUtil.h"
+#include "text/RegexUtil.h"
 
 namespace Vantrel {
 namespace Auth {

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "ISamlCredential.h"
 #include "VantrelAuthEngine.h"
+#include "credentials/ISamlCredential.h"
 #include "support/Authenticators.h"
 #include "support/EmulatorTest.h"
 

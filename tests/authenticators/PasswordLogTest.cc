@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Ntlm.h"
+#include "VantrelAuthEngine64/Ntlm.h"
 #include "support/LogCapture.h"
 #include "support/OnlineTest.h"
 

@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "NetworkControlLibcurl.h"
-#include "RealmDiscovery.h"
-#include "StringUtil.h"
 #include "VantrelAuthEngine.h"
+#include "authenticators/RealmDiscovery.h"
+#include "base/StringUtil.h"
+#include "network/NetworkControlLibcurl.h"
 #include "support/EmulatorTest.h"
 
 namespace Vantrel::Auth::testing {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "Office365Endpoints.h"
 #include "VantrelAuthEngine.h"
+#include "authenticators/Office365Endpoints.h"
 #include "support/OnlineTest.h"
 
 namespace Vantrel::Auth::testing {

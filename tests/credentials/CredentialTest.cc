@@ -4,11 +4,11 @@
 #include <memory>
 #include <string>
 
-#include "BinaryTokenCredential.h"
-#include "CredentialFactory.h"
-#include "ISamlCredential.h"
-#include "ISoapCredential.h"
-#include "SamlAssertionCredential.h"
+#include "VantrelAuthEngine64/CredentialFactory.h"
+#include "credentials/BinaryTokenCredential.h"
+#include "credentials/ISamlCredential.h"
+#include "credentials/ISoapCredential.h"
+#include "credentials/SamlAssertionCredential.h"
 #include "support/Authenticators.h"
 
 namespace Vantrel::Auth {

@@ -9,10 +9,10 @@
 
 #include <gtest/gtest.h>
 
-#include "ErrorDetail.h"
-#include "Logger.h"
 #include "VantrelAuthEngine.h"
-#include "VantrelCurlGlobal.h"
+#include "base/ErrorDetail.h"
+#include "base/Logger.h"
+#include "network/VantrelCurlGlobal.h"
 #include "support/LogCapture.h"
 
 // Counts this thread's global allocations while `allocations` is not negative.

@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "NetscapeCookie.h"
-#include "RegexUtil.h"
-#include "StringUtil.h"
 #include "VantrelAuthEngine.h"
+#include "base/StringUtil.h"
+#include "network/NetscapeCookie.h"
 #include "support/HostileBodies.h"
+#include "text/RegexUtil.h"
 
 namespace Vantrel::Auth::testing {
 namespace {

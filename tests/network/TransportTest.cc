@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "HeaderLine.h"
-#include "NetscapeCookie.h"
-#include "NetworkControlLibcurl.h"
 #include "VantrelAuthEngine.h"
 #include "emulator/Emulator.h"
+#include "network/HeaderLine.h"
+#include "network/NetscapeCookie.h"
+#include "network/NetworkControlLibcurl.h"
 #include "support/HostileBodies.h"
 #include "support/LogCapture.h"
 

@@ -16,12 +16,12 @@ set(prefix ${WORK_DIR}/prefix)
 file(REMOVE_RECURSE ${WORK_DIR})
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 file(GLOB_RECURSE headers RELATIVE ${prefix} ${prefix}/include/*)
-if(NOT "include/VantrelAuthEngine64/VantrelAuthEngine.h" IN_LIST headers)
+if(NOT "include/VantrelAuthEngine.h" IN_LIST headers)
   message(FATAL_ERROR "umbrella header not installed; got: ${headers}")
 endif()
 foreach(header IN LISTS headers)
   run(${CXX} -std=c++17 -Wall -Wextra -Werror -fsyntax-only -I${POISON_INCLUDE}
-      -I${prefix}/include/VantrelAuthEngine64 -x c++ ${prefix}/${header})
+      -I${prefix}/include -x c++ ${prefix}/${header})
 endforeach()
 
 run(${CMAKE_COMMAND} -S ${HOST_SOURCE} -B ${WORK_DIR}/host-cmake -G ${GENERATOR} -DCMAKE_CXX_COMPILER=${CXX}

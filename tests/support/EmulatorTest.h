@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "AuthEngine.h"
+#include "VantrelAuthEngine64/AuthEngine.h"
 #include "emulator/Emulator.h"
 
 namespace Vantrel::Auth::testing {

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "NetworkControlLibcurl.h"
 #include "VantrelAuthEngine.h"
+#include "network/NetworkControlLibcurl.h"
 
 namespace Vantrel::Auth::testing {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "AuthEngineConfig.h"
+#include "VantrelAuthEngine64/AuthEngineConfig.h"
 
 namespace Vantrel::Auth::testing {
 

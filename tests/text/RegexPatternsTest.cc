@@ -12,8 +12,8 @@
 
 #include <gtest/gtest.h>
 
-#include "RegexUtil.h"
-#include "StringUtil.h"
+#include "base/StringUtil.h"
+#include "text/RegexUtil.h"
 
 namespace Vantrel::Auth {
 namespace {

@@ -7,10 +7,10 @@
 
 #include <gtest/gtest.h>
 
-#include "RegexUtil.h"
-#include "StrList.h"
-#include "StringUtil.h"
-#include "UrlUtil.h"
+#include "VantrelAuthEngine64/StrList.h"
+#include "base/StringUtil.h"
+#include "text/RegexUtil.h"
+#include "text/UrlUtil.h"
 
 namespace Vantrel::Auth {
 namespace {

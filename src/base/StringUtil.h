@@ -1,0 +1,46 @@
+// Owned strings and the buffer protocol.
+//
+// An owned string is a NUL-terminated char array allocated with new[] and held
+// by exactly one char*. Null is its unset state and differs from "".
+#ifndef VANTREL_AUTH_BASE_STRING_UTIL_H_
+#define VANTREL_AUTH_BASE_STRING_UTIL_H_
+
+#include <cstddef>
+
+namespace Vantrel {
+namespace Auth {
+
+// Texts for true, false and a missing value in log lines; never freed.
+extern const char* const kYes;    // "Y"
+extern const char* const kNo;     // "N"
+extern const char* const kEmpty;  // ""
+
+inline const char* YesNo(bool value) { return value ? kYes : kNo; }
+
+// Releases *holder if set and nulls it. Harmless on a null *holder.
+void StrFree(char** holder);
+// Releases *holder, then stores a copy of `source` (null stays null).
+// `source` must not point into *holder.
+void StrAssign(char** holder, const char* source);
+// Makes a new owned copy of `source`, or null for null.
+char* StrDup(const char* source);
+
+// The one way a text leaves the library for a caller's buffer. *size is the
+// buffer's size, terminator included. The whole text is delivered or none:
+//   source null:  *size 0 -> untouched; otherwise buffer = "" and *size kept.
+//   fits:         text copied, *size kept.
+//   doesn't fit:  buffer = "" if *size > 0, and *size = length + 1.
+// A null buffer counts as no room, so a caller may ask for the size first with
+// (nullptr, &size = 0). A null `size` does nothing.
+void CopyOut(char* buffer, size_t* size, const char* source);
+
+// Decimal text of `value` as a new owned string.
+char* IntToText(int value);
+// Number of characters of the decimal text, minus sign included.
+size_t DigitCount(int value);
+size_t DigitCount64(long long value);
+
+}  // namespace Auth
+}  // namespace Vantrel
+
+#endif  // VANTREL_AUTH_BASE_STRING_UTIL_H_
