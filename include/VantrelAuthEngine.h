@@ -29,6 +29,7 @@
 #include "VantrelAuthEngine64/Adfs.h"
 #include "VantrelAuthEngine64/AdfsImpl.h"
 #include "VantrelAuthEngine64/AuthBase.h"
+#include "VantrelAuthEngine64/EntraId.h"
 #include "VantrelAuthEngine64/Ntlm.h"
 #include "VantrelAuthEngine64/Office365.h"
 #include "VantrelAuthEngine64/SharePointAdfs.h"

@@ -21,6 +21,8 @@
 namespace Vantrel {
 namespace Auth {
 
+class AuthEngine;
+class Cancellation;
 class ErrorDetail;
 class INetworkControl;
 class NetworkConfig;
@@ -85,7 +87,15 @@ class VANTREL_AUTH_EXPORT AuthBase {
   // True for null or ""; then sets the detail.
   virtual bool IsEmpty(const char* text);
 
+  // The engine's cancellation flag; null for an authenticator a host
+  // constructed itself, which nothing can cancel.
+  Cancellation* GetCancellation() const { return cancellation_; }
+
  private:
+  // An engine hands each authenticator its flag right after creating it.
+  friend class AuthEngine;
+  void SetCancellation(Cancellation* cancellation) { cancellation_ = cancellation; }
+
   INetworkControl* network_control_;
   NetworkConfig* network_config_;
   NetworkResult* network_result_;
@@ -95,6 +105,7 @@ class VANTREL_AUTH_EXPORT AuthBase {
   bool ssl_verify_cert_;
   char* service_endpoint_;
   SslVersion ssl_version_;
+  Cancellation* cancellation_;
 };
 
 }  // namespace Auth

@@ -23,6 +23,8 @@
 namespace Vantrel {
 namespace Auth {
 
+class Cancellation;
+class EntraId;
 class INetworkControl;
 class Ntlm;
 class SharePointFba;
@@ -49,7 +51,7 @@ class VANTREL_AUTH_EXPORT AuthEngine {
   // Undoes GlobalInit. Without a prior GlobalInit it only logs.
   static void GlobalCleanup();
 
-  // Copies the text of `result` (0 to 8) into `buffer` by the buffer protocol:
+  // Copies the text of `result` (0 to 11) into `buffer` by the buffer protocol:
   // *size is the buffer's size on entry; if the text and its terminator don't
   // fit, the buffer gets an empty string and *size the size needed. Before the
   // first GlobalInit every text is empty.
@@ -63,10 +65,18 @@ class VANTREL_AUTH_EXPORT AuthEngine {
   Vantrel::Auth::SharePointAdfs* SharePointAdfs();
   Vantrel::Auth::Office365* Office365();
   Vantrel::Auth::SharePointOffice365* SharePointOffice365();
+  Vantrel::Auth::EntraId* EntraId();
+
+  // Ends the sign-in running on this engine, if any, within a second, with
+  // kAuthResultCancelled: whatever it waits for (a connection, a slow answer,
+  // a device-code poll, the browser's redirect). Safe from any thread, from
+  // inside the library's callbacks, and from a signal handler. A Cancel while
+  // no sign-in runs is forgotten when the next one starts.
+  void Cancel();
 
  private:
   static bool is_init_;
-  static const char* result_strs_[9];
+  static const char* result_strs_[kAuthResultTimedOut + 1];
 
   INetworkControl* network_control_;
   Vantrel::Auth::Ntlm* ntlm_;
@@ -75,6 +85,8 @@ class VANTREL_AUTH_EXPORT AuthEngine {
   Vantrel::Auth::SharePointAdfs* share_point_adfs_;
   Vantrel::Auth::Office365* office365_;
   Vantrel::Auth::SharePointOffice365* share_point_office365_;
+  Vantrel::Auth::EntraId* entra_id_;
+  Cancellation* cancellation_;
 };
 
 }  // namespace Auth

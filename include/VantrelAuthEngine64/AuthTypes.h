@@ -20,6 +20,9 @@ enum AuthResult : int32_t {
   kAuthResultHttpError = 6,         // response code 0, or 400 to 599
   kAuthResultAuthFailed = 7,        // the response lacks the expected token or cookie
   kAuthResultBposNotSupported = 8,  // token service answered without a binary token
+  kAuthResultInteractionRequired = 9,  // no token without the user: sign in interactively
+  kAuthResultCancelled = 10,           // AuthEngine::Cancel, or a callback said stop
+  kAuthResultTimedOut = 11,            // a wait of the library's own ran out
 };
 
 // The logger's level, and the level of each message passed to the callback.

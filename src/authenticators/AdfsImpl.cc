@@ -37,7 +37,7 @@ AuthResult AdfsImpl::AuthenticateHelper(const char* server_url, const char* real
   NetworkResult* result = GetNetworkResult();
   ErrorDetail* detail = GetErrorDetail();
   INetworkControl* network = GetNetworkControl();
-  if (!BeginAttempt(config, result, detail, network)) return kAuthResultInternalError;
+  if (!BeginAttempt(config, result, detail, network, GetCancellation())) return kAuthResultInternalError;
   StrFree(&rstr_);
 
   // Null before empty, URL before realm: a host sees the first thing it got

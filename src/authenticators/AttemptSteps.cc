@@ -7,6 +7,7 @@
 #include "VantrelAuthEngine64/INetworkControl.h"
 #include "VantrelAuthEngine64/NetworkConfig.h"
 #include "VantrelAuthEngine64/NetworkResult.h"
+#include "base/Cancellation.h"
 #include "base/ErrorDetail.h"
 #include "base/StringUtil.h"
 
@@ -26,7 +27,7 @@ bool IsNamed(const CookieNode* node, const char* name) {
 const char* AvailFlag(const char* text) { return YesNo(text != nullptr && text[0] != '\0'); }
 
 bool BeginAttempt(NetworkConfig* config, NetworkResult* result, ErrorDetail* detail,
-                  INetworkControl* transport) {
+                  INetworkControl* transport, Cancellation* cancellation) {
   if (detail == nullptr) return false;
   if (config == nullptr || result == nullptr || transport == nullptr) {
     detail->Set("Null pointer(s) detected.");
@@ -35,6 +36,7 @@ bool BeginAttempt(NetworkConfig* config, NetworkResult* result, ErrorDetail* det
   config->Reset();
   result->Reset();
   detail->Clear();
+  if (cancellation != nullptr) cancellation->Clear();
   return true;
 }
 

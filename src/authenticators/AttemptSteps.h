@@ -9,6 +9,7 @@
 namespace Vantrel {
 namespace Auth {
 
+class Cancellation;
 class Cookie;
 struct CookieNode;
 class ErrorDetail;
@@ -23,9 +24,9 @@ const char* AvailFlag(const char* text);
 // Starts an attempt. With any object missing it is false, and the detail (if
 // there is one) says "Null pointer(s) detected."; otherwise the request, the
 // result and the detail are reset and it is true. The caller clears its own
-// outputs right after.
+// outputs right after. A Cancel that came before this attempt is spent here.
 bool BeginAttempt(NetworkConfig* config, NetworkResult* result, ErrorDetail* detail,
-                  INetworkControl* transport);
+                  INetworkControl* transport, Cancellation* cancellation);
 
 // The one exchange of an attempt. A failed transfer leaves the transport's
 // text in the detail, and its result is handed back unchanged.

@@ -28,7 +28,8 @@ AuthBase::AuthBase(INetworkControl* network_control)
       ssl_verify_host_(true),
       ssl_verify_cert_(true),
       service_endpoint_(nullptr),
-      ssl_version_(kSslVersionDefault) {
+      ssl_version_(kSslVersionDefault),
+      cancellation_(nullptr) {
   // Held in smart pointers until all three exist, so that a failed allocation
   // of a later one doesn't leak the earlier ones on its way to the caller.
   std::unique_ptr<NetworkConfig> config(new NetworkConfig());

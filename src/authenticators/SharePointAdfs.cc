@@ -65,7 +65,7 @@ AuthResult SharePointAdfs::AuthenticateByRstr(const char* site, const char* rstr
   NetworkResult* result = GetNetworkResult();
   ErrorDetail* detail = GetErrorDetail();
   INetworkControl* network = GetNetworkControl();
-  if (!BeginAttempt(config, result, detail, network)) return kAuthResultInternalError;
+  if (!BeginAttempt(config, result, detail, network, GetCancellation())) return kAuthResultInternalError;
   fed_auth_cookie_.Reset();
 
   if (IsEmpty(site) || IsEmpty(rstr) || !IsSupportedProtocols(site)) return kAuthResultInvalidInput;

@@ -61,7 +61,7 @@ AuthResult SharePointFba::Authenticate(const char* site, const char* user, const
   NetworkResult* result = GetNetworkResult();
   ErrorDetail* detail = GetErrorDetail();
   INetworkControl* transport = GetNetworkControl();
-  if (!BeginAttempt(config, result, detail, transport)) return kAuthResultInternalError;
+  if (!BeginAttempt(config, result, detail, transport, GetCancellation())) return kAuthResultInternalError;
   fed_auth_cookie_.Reset();
 
   Logger::Log(kLogLevelDebug, "SharePointFba::Authenticate - Validating inputs... ");

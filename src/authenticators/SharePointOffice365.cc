@@ -85,7 +85,7 @@ AuthResult SharePointOffice365::Authenticate(const char* site, const ICredential
   NetworkResult* result = GetNetworkResult();
   ErrorDetail* detail = GetErrorDetail();
   INetworkControl* control = GetNetworkControl();
-  if (!BeginAttempt(config, result, detail, control)) return kAuthResultInternalError;
+  if (!BeginAttempt(config, result, detail, control, GetCancellation())) return kAuthResultInternalError;
   fed_auth_cookie_.Reset();
   rtfa_cookie_.Reset();
 
@@ -189,7 +189,7 @@ AuthResult SharePointOffice365::GetAuthTarget(std::string email,
   ErrorDetail* detail = GetErrorDetail();
   INetworkControl* control = GetNetworkControl();
   Logger::Log(kLogLevelDebug, "SharePointOffice365::GetAuthTarget - Validating Inputs .... ");
-  if (!BeginAttempt(config, result, detail, control)) return kAuthResultInternalError;
+  if (!BeginAttempt(config, result, detail, control, GetCancellation())) return kAuthResultInternalError;
 
   if (email.empty()) return kAuthResultInvalidInput;
 

@@ -20,15 +20,18 @@ const char* const kResultTexts[] = {
     "HTTP error",
     "Authentication failed",
     "BPOS converted SharePoint Online site.  Not supported.",
+    "Interaction required",
+    "Cancelled",
+    "Timed out",
 };
 const int kResultCount = sizeof(kResultTexts) / sizeof(kResultTexts[0]);
-static_assert(kResultCount == kAuthResultBposNotSupported + 1, "one text for every AuthResult");
+static_assert(kResultCount == kAuthResultTimedOut + 1, "one text for every AuthResult");
 
 }  // namespace
 
 bool AuthEngine::is_init_ = false;
 // Empty until the first GlobalInit, and never emptied again.
-const char* AuthEngine::result_strs_[9] = {};
+const char* AuthEngine::result_strs_[kAuthResultTimedOut + 1] = {};
 
 AuthResult AuthEngine::GlobalInit() {
   Logger::Log(kLogLevelInfo, "AuthEngine::GlobalInit()");

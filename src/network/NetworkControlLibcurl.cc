@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "VantrelAuthEngine64/AuthEngineConfig.h"
+#include "base/Cancellation.h"
 #include "base/Logger.h"
 #include "base/StringUtil.h"
 #include "network/CurlWrap.h"
@@ -28,6 +29,7 @@ const char kNullHandleText[] =
     "Null handle encountered.  This might be caused by network initialization not called prior "
     "to use.";
 const char kUnknownErrorText[] = "Error detail unknown.";
+const char kCancelledText[] = "The sign-in was cancelled.";
 
 void LogDebug(const char* format, const char* a1 = nullptr, const char* a2 = nullptr) {
   Logger::LogFormat(kLogLevelDebug, format, a1, a2, nullptr, nullptr, nullptr);
@@ -218,6 +220,12 @@ AuthResult NetworkControlLibcurl::SendRequest(NetworkConfig* config, NetworkResu
   curl_wrap_->SetOpt(CURLOPT_HEADERFUNCTION, reinterpret_cast<void*>(&HeaderCallback));
   curl_wrap_->SetOpt(CURLOPT_HEADERDATA, static_cast<void*>(this));
   curl_wrap_->SetOpt(CURLOPT_SSLVERSION, CurlSslVersion(config->GetSslVersion()));
+  if (cancellation_ != nullptr) {
+    // libcurl calls it at least once a second, also while nothing arrives.
+    curl_wrap_->SetOpt(CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(&ProgressCallback));
+    curl_wrap_->SetOpt(CURLOPT_XFERINFODATA, static_cast<void*>(this));
+    curl_wrap_->SetOpt(CURLOPT_NOPROGRESS, 0L);
+  }
 
   const bool capture = IsSet(curl_log_file_) && config->IsVerbose();
   FILE*& log_stream = held.stream;
@@ -253,6 +261,10 @@ AuthResult NetworkControlLibcurl::SendRequest(NetworkConfig* config, NetworkResu
   if (failure) std::rethrow_exception(failure);
 
   if (code == CURLE_OK) return kAuthResultOk;
+  if (code == CURLE_ABORTED_BY_CALLBACK && cancellation_ != nullptr && cancellation_->IsRaised()) {
+    result->SetErrorMsg(kCancelledText);
+    return kAuthResultCancelled;
+  }
   result->SetErrorMsg(error_buffer_[0] != '\0' ? error_buffer_ : kUnknownErrorText);
   return kAuthResultSendFailed;
 }
@@ -313,6 +325,13 @@ size_t NetworkControlLibcurl::WriteCallback(char* data, size_t size, size_t coun
     }
   }
   return length;
+}
+
+int NetworkControlLibcurl::ProgressCallback(void* user, curl_off_t, curl_off_t, curl_off_t,
+                                            curl_off_t) {
+  const NetworkControlLibcurl* self = static_cast<const NetworkControlLibcurl*>(user);
+  return self != nullptr && self->cancellation_ != nullptr && self->cancellation_->IsRaised() ? 1
+                                                                                              : 0;
 }
 
 size_t NetworkControlLibcurl::HeaderCallback(char* data, size_t size, size_t count, void* user) {

@@ -8,11 +8,14 @@
 #include <cstddef>
 #include <cstdio>
 
+#include <curl/curl.h>
+
 #include "VantrelAuthEngine64/INetworkControl.h"
 
 namespace Vantrel {
 namespace Auth {
 
+class Cancellation;
 class CurlWrap;
 
 class NetworkControlLibcurl : public INetworkControl {
@@ -32,6 +35,10 @@ class NetworkControlLibcurl : public INetworkControl {
   static AuthResult Init();
   static AuthResult Cleanup();
 
+  // The flag that aborts a transfer in progress (kAuthResultCancelled); null
+  // for none. Borrowed: it outlives the transport.
+  void SetCancellation(const Cancellation* cancellation) { cancellation_ = cancellation; }
+
   // Path of the verbose log file, or null when no directory was configured.
   const char* GetCurlLogFile() const { return curl_log_file_; }
 
@@ -42,12 +49,15 @@ class NetworkControlLibcurl : public INetworkControl {
 
   static size_t WriteCallback(char* data, size_t size, size_t count, void* user);
   static size_t HeaderCallback(char* data, size_t size, size_t count, void* user);
+  static int ProgressCallback(void* user, curl_off_t download_total, curl_off_t downloaded,
+                              curl_off_t upload_total, curl_off_t uploaded);
 
   CurlWrap* curl_wrap_;
   char* error_buffer_;
   NetworkResult* current_result_;
   char log_stream_buffer_[BUFSIZ];
   char* curl_log_file_;
+  const Cancellation* cancellation_ = nullptr;
 };
 
 }  // namespace Auth

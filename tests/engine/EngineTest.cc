@@ -220,11 +220,12 @@ std::string ResultText(AuthResult result, size_t size = 64) {
 TEST_F(EngineTest, ResultTexts) {
   const char* texts[] = {"OK", "Internal error", "Initialisation error", "Invalid input", "Invalid option",
                          "Failed to send request", "HTTP error", "Authentication failed",
-                         "BPOS converted SharePoint Online site.  Not supported."};
+                         "BPOS converted SharePoint Online site.  Not supported.", "Interaction required",
+                         "Cancelled", "Timed out"};
   ASSERT_EQ(AuthEngine::GlobalInit(), kAuthResultOk);
   AuthEngine::GlobalCleanup();  // the texts outlive it
-  for (int value = 0; value < 9; ++value) EXPECT_EQ(ResultText(static_cast<AuthResult>(value)), texts[value]);
-  for (int value : {-1, 9}) EXPECT_EQ(ResultText(static_cast<AuthResult>(value)), "") << value;
+  for (int value = 0; value < 12; ++value) EXPECT_EQ(ResultText(static_cast<AuthResult>(value)), texts[value]);
+  for (int value : {-1, 12}) EXPECT_EQ(ResultText(static_cast<AuthResult>(value)), "") << value;
   size_t size = 0;
   AuthEngine().GetResultStr(kAuthResultOk, nullptr, &size);  // a null buffer asks for the size
   EXPECT_EQ(size, 3u);
@@ -236,7 +237,7 @@ TEST(AuthEngineTest, EachAccessorCreatesOnceAndAllShareTheTransport) {
   AuthEngine engine, other;
   auto all = [&engine] {
     return std::vector<AuthBase*>{engine.Ntlm(), engine.SharePointFba(), engine.Adfs(), engine.SharePointAdfs(),
-                                  engine.Office365(), engine.SharePointOffice365()};
+                                  engine.Office365(), engine.SharePointOffice365(), engine.EntraId()};
   };
   EXPECT_EQ(all(), all());
   for (AuthBase* authenticator : all()) EXPECT_EQ(authenticator->GetNetworkControl(), engine.Ntlm()->GetNetworkControl());

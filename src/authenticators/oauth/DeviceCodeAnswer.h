@@ -1,0 +1,31 @@
+// DeviceCodeAnswer: the devicecode endpoint's answer. Any bytes are accepted;
+// Parse never throws.
+#ifndef VANTREL_AUTH_AUTHENTICATORS_OAUTH_DEVICE_CODE_ANSWER_H_
+#define VANTREL_AUTH_AUTHENTICATORS_OAUTH_DEVICE_CODE_ANSWER_H_
+
+#include <string>
+#include <string_view>
+
+#include "base/SecretString.h"
+
+namespace Vantrel {
+namespace Auth {
+
+class DeviceCodeAnswer {
+ public:
+  // False unless `body` is a JSON object with a non-empty device_code and
+  // user_code. A missing or unreadable interval is 5, expires_in 900.
+  static bool Parse(std::string_view body, DeviceCodeAnswer* answer);
+
+  SecretString device_code;
+  std::string user_code;
+  std::string verification_uri;
+  std::string message;
+  long long expires_in = 900;  // seconds
+  long long interval = 5;      // seconds, at least 1
+};
+
+}  // namespace Auth
+}  // namespace Vantrel
+
+#endif  // VANTREL_AUTH_AUTHENTICATORS_OAUTH_DEVICE_CODE_ANSWER_H_

@@ -1,0 +1,79 @@
+// TokenCache: access and refresh tokens kept for silent sign-in, in memory,
+// and with a file between processes.
+//
+// Entries are keyed by authority host, tenant, client id, account and scope.
+// An access token counts as expired 5 minutes before its expiry, and so does
+// one cached "in the future" (the clock was moved back). A refresh token is
+// kept until it is replaced by a newer one.
+//
+// The file, when set: JSON, mode 0600, replaced atomically (a temporary file
+// in the same folder, then rename), read under a shared and written under an
+// exclusive advisory lock on "<file>.lock", so that processes signing in at
+// once lose none of each other's entries. A corrupt, truncated or foreign
+// file is ignored (a warning goes to the log) and rewritten by the next Store;
+// an entry of another account is never dropped by a Store.
+#ifndef VANTREL_AUTH_AUTHENTICATORS_OAUTH_TOKEN_CACHE_H_
+#define VANTREL_AUTH_AUTHENTICATORS_OAUTH_TOKEN_CACHE_H_
+
+#include <ctime>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/SecretString.h"
+
+namespace Vantrel {
+namespace Auth {
+
+struct TokenCacheKey {
+  std::string authority_host;  // "login.microsoftonline.com"
+  std::string tenant;          // as used in the endpoint; "" matches any tenant
+  std::string client_id;
+  std::string account;  // "" for app-only tokens; in a lookup, "" matches any account
+  std::string scope;
+};
+
+struct TokenCacheEntry {
+  TokenCacheKey key;
+  SecretString access_token;
+  SecretString refresh_token;
+  time_t expires_on = 0;  // of the access token
+  time_t cached_at = 0;
+  std::string tenant_id;  // the tenant's GUID, when known
+};
+
+class TokenCache {
+ public:
+  // Seconds before expiry from which an access token no longer serves.
+  static constexpr time_t kExpiryMargin = 300;
+
+  // "" keeps tokens in memory only. The file is read at the next lookup.
+  void SetFile(std::string_view path);
+  const std::string& file() const { return file_; }
+
+  // The entries matching `key` (tenant "" and account "" match any) whose
+  // access token still serves at `now`, newest first. With a file, the file
+  // is read first and its entries merged over memory's.
+  std::vector<TokenCacheEntry> FindUsable(const TokenCacheKey& key, time_t now);
+  // The entries matching `key` that hold a refresh token, newest first.
+  std::vector<TokenCacheEntry> FindRefreshable(const TokenCacheKey& key);
+
+  // Adds or replaces the entry with exactly this key, in memory and, with a
+  // file, in the file. False with a reason in `warning` when the file could
+  // not be written; memory is updated all the same.
+  bool Store(const TokenCacheEntry& entry, std::string* warning);
+
+  // Reads a cache file's text into entries; false for anything that is not a
+  // cache file of this library (the fuzz target drives this). Never throws.
+  static bool ParseFile(std::string_view text, std::vector<TokenCacheEntry>* entries);
+  static SecretString SerializeFile(const std::vector<TokenCacheEntry>& entries);
+
+ private:
+  std::string file_;
+  std::vector<TokenCacheEntry> entries_;
+};
+
+}  // namespace Auth
+}  // namespace Vantrel
+
+#endif  // VANTREL_AUTH_AUTHENTICATORS_OAUTH_TOKEN_CACHE_H_
