@@ -1,8 +1,11 @@
 #include "network/HeaderList.h"
 
+#include <string>
+
 #include "VantrelAuthEngine64/HeaderNode.h"
 #include "base/Logger.h"
 #include "base/StringUtil.h"
+#include "network/SecretMask.h"
 
 namespace Vantrel {
 namespace Auth {
@@ -28,8 +31,9 @@ void LogHeaderList(const char* where, const HeaderNode* list) {
                     nullptr, nullptr);
   for (const HeaderNode* node = list; node != nullptr; node = node->next) {
     if (node->header == nullptr) continue;
+    std::string value = LoggableHeaderValue(node->header->name, node->header->value);
     Logger::LogFormat(kLogLevelDebug, "%s - Header: %s: %s", where, node->header->name,
-                      node->header->value, nullptr, nullptr);
+                      value.c_str(), nullptr, nullptr);
   }
   Logger::LogFormat(kLogLevelDebug, "%s - Printing Header(s) - Done", where, nullptr, nullptr,
                     nullptr, nullptr);

@@ -4,8 +4,10 @@
 #include <cstring>
 
 #include "base/Logger.h"
+#include "base/SecretString.h"
 #include "base/StringUtil.h"
 #include "network/HeaderList.h"
+#include "network/SecretMask.h"
 
 namespace Vantrel {
 namespace Auth {
@@ -33,6 +35,13 @@ namespace {
 // opening tag), the suffix text[c_last, length).
 const char kWord[] = "password";
 const size_t kWordLength = sizeof(kWord) - 1;
+
+// A body or header value may hold a password, a client secret or a token:
+// its bytes are overwritten before the heap gets them back.
+void WipeAndFree(char** holder) {
+  if (*holder != nullptr) WipeMemory(*holder, std::strlen(*holder));
+  StrFree(holder);
+}
 
 const char* SslVersionName(SslVersion version) {
   switch (version) {
@@ -68,7 +77,7 @@ void NetworkConfig::Reset() {
   StrFree(&url_);
   ClearHeaders();
   StrFree(&proxy_);
-  StrFree(&post_data_);
+  WipeAndFree(&post_data_);
   StrFree(&ca_file_);
   ssl_used_ = false;
   verbose_ = false;
@@ -88,13 +97,20 @@ void NetworkConfig::AddHeader(const char* name, const char* value) {
 }
 
 void NetworkConfig::ClearHeaders() {
+  for (HeaderNode* node = headers_; node != nullptr; node = node->next) {
+    if (node->header != nullptr) WipeAndFree(&node->header->value);
+  }
   HeaderNode::FreeList(headers_);
   headers_ = nullptr;
 }
 
 void NetworkConfig::SetProxy(const char* proxy) { StrAssign(&proxy_, proxy); }
 const char* NetworkConfig::GetProxy() const { return proxy_; }
-void NetworkConfig::SetPostData(const char* data) { StrAssign(&post_data_, data); }
+void NetworkConfig::SetPostData(const char* data) {
+  char* copy = StrDup(data);
+  WipeAndFree(&post_data_);
+  post_data_ = copy;
+}
 const char* NetworkConfig::GetPostData() const { return post_data_; }
 void NetworkConfig::SetSslUsed(bool used) { ssl_used_ = used; }
 bool NetworkConfig::IsSslUsed() const { return ssl_used_; }
@@ -133,12 +149,13 @@ void NetworkConfig::LogDump(const NetworkConfig* config) {
                     nullptr, nullptr);
   Logger::LogFormat(kLogLevelDebug, "%s - Proxy: %s", kWhere, config->proxy_, nullptr, nullptr,
                     nullptr);
-  // The request itself goes out unmasked; only the logged copy is masked.
+  // The request itself goes out unmasked; only the logged copy is masked:
+  // a password element of an XML body, the secret fields of a form body.
   char* masked = StrDup(config->post_data_);
-  MaskPassword(masked);
+  MaskFormSecrets(MaskPassword(masked));
   Logger::LogFormat(kLogLevelDebug, "%s - POST data: %s", kWhere, masked, nullptr, nullptr,
                     nullptr);
-  StrFree(&masked);
+  WipeAndFree(&masked);
 }
 
 namespace {

@@ -11,10 +11,12 @@
 #include "VantrelAuthEngine64/AuthEngineConfig.h"
 #include "base/Cancellation.h"
 #include "base/Logger.h"
+#include "base/SecretString.h"
 #include "base/StringUtil.h"
 #include "network/CurlWrap.h"
 #include "network/HeaderLine.h"
 #include "network/NetscapeCookie.h"
+#include "network/SecretMask.h"
 
 namespace Vantrel {
 namespace Auth {
@@ -276,12 +278,24 @@ void NetworkControlLibcurl::CopyVerboseLog() {
   LogDebug("%s: Opened log file for reading: %s", kWhere, curl_log_file_);
   LogDebug("%s: libcurl verbose output BEGIN .....", kWhere);
   char line[kVerboseLineSize];
+  // fgets hands a long line over in pieces; an Authorization header's is
+  // logged masked, and its later pieces (the rest of the token) not at all.
+  bool continued = false;
+  bool hidden = false;
   while (std::fgets(line, sizeof(line), file) != nullptr) {
     size_t length = std::strlen(line);
-    if (length > 0 && line[length - 1] == '\n') line[length - 1] = '\0';
+    bool ends_line = length > 0 && line[length - 1] == '\n';
+    if (ends_line) line[length - 1] = '\0';
+    if (!continued) hidden = IsCredentialHeaderLine(line);
     // Through "%s": the text is libcurl's and may hold a per cent sign.
-    LogDebug("%s", line);
+    if (!hidden) {
+      LogDebug("%s", line);
+    } else if (!continued) {
+      LogDebug("%s", MaskedHeaderLine(line).c_str());
+    }
+    continued = !ends_line;
   }
+  WipeMemory(line, sizeof(line));
   LogDebug("%s: libcurl verbose output END.", kWhere);
   LogDebug("%s: Close log file: %s", kWhere, curl_log_file_);
   std::fclose(file);

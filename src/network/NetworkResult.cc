@@ -6,8 +6,10 @@
 #include "VantrelAuthEngine64/AuthEngineConfig.h"
 #include "base/ErrorDetail.h"
 #include "base/Logger.h"
+#include "base/SecretString.h"
 #include "base/StringUtil.h"
 #include "network/HeaderList.h"
+#include "network/SecretMask.h"
 
 namespace Vantrel {
 namespace Auth {
@@ -89,8 +91,10 @@ void NetworkResult::AppendBody(const char* data, size_t length) {
 std::string NetworkResult::GetBody() const { return body_; }
 
 void NetworkResult::ClearBody() {
-  // clear() keeps the capacity; a transport reused for many requests would
-  // otherwise hold on to its largest body ever, so give the memory back.
+  // A token answer is a body too: wiped first. clear() keeps the capacity; a
+  // transport reused for many requests would otherwise hold on to its
+  // largest body ever, so give the memory back.
+  WipeString(&body_);
   std::string().swap(body_);
 }
 
@@ -135,9 +139,11 @@ void NetworkResult::LogDump(const NetworkResult* result) {
   }
   Logger::LogFormat(kLogLevelDebug, "%s - Printing cookie(s) done.", kWhere, nullptr, nullptr,
                     nullptr, nullptr);
-  // c_str() ends the text at the body's first NUL byte without copying it.
-  Logger::LogFormat(kLogLevelDebug, "%s - Response: %s", kWhere, result->body_.c_str(), nullptr,
-                    nullptr, nullptr);
+  // The text ends at the body's first NUL byte; a token answer shows its
+  // member names but none of its tokens.
+  std::string masked = MaskJsonSecrets(result->body_.c_str());
+  Logger::LogFormat(kLogLevelDebug, "%s - Response: %s", kWhere, masked.c_str(), nullptr, nullptr,
+                    nullptr);
 }
 
 }  // namespace Auth
