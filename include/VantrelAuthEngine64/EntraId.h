@@ -10,10 +10,11 @@
 //   AuthenticateWithBrowser            a user, in a browser on this machine
 //   AuthenticateByUser                 a user's name and password (no MFA)
 //   AuthenticateSilent                 from the token cache, or a refresh
-// Each tries the token cache first where that can answer, and stores what it
-// gets there. After a token the site is asked for "_api/web" with it (the site
-// check, on by default), so that a token the site won't take is a failure now
-// and not at the host's first request.
+// Only AuthenticateSilent answers from the token cache; every other operation
+// asks Entra ID each time, and each success is stored in the cache for the
+// silent sign-ins to come. After a new token the site is asked for "_api/web"
+// with it (the site check, on by default), so that a token the site won't
+// take is a failure now and not at the host's first request.
 //
 // Options survive attempts; results (token, header, expiry, tenant, account)
 // stay valid until the next attempt. Texts leave by the buffer protocol of
@@ -156,6 +157,9 @@ class VANTREL_AUTH_EXPORT EntraId : public AuthBase {
   AuthResult GetAccountName(char* buffer, size_t* size) const;
 
  private:
+  // The flows' shared steps live in the state and need the attempt frame of
+  // AuthBase.
+  friend class EntraIdState;
   EntraIdState* state_;
 };
 
