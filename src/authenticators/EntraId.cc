@@ -965,8 +965,8 @@ AuthResult EntraId::AuthenticateWithBrowser(const char* site, const char* login_
       break;
     case LoopbackReceiver::Outcome::kTimedOut:
       return EntraIdState::Fail(&attempt, kAuthResultTimedOut,
-                                "The browser did not come back within " +
-                                    std::to_string(state_->browser_timeout) + " seconds.");
+                                "The browser's redirect did not come within " +
+                                    std::to_string(state_->browser_timeout) + " s.");
     case LoopbackReceiver::Outcome::kCancelled:
       return EntraIdState::Fail(&attempt, kAuthResultCancelled, kCancelledText);
     case LoopbackReceiver::Outcome::kFailed:
