@@ -239,7 +239,8 @@ void WipeParameters(std::map<std::string, std::string>* parameters) {
 // wait was cancelled. Without a flag (an authenticator the host made itself)
 // nothing can cancel it.
 bool Pause(const Cancellation* cancellation, Clock::duration duration) {
-  auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(duration);
+  // Rounded up: a wait that ends a hair early would poll before the interval.
+  auto wait = std::chrono::ceil<std::chrono::milliseconds>(duration);
   if (cancellation != nullptr) return cancellation->SleepFor(wait);
   auto deadline = Clock::now() + wait;
   for (auto now = Clock::now(); now < deadline; now = Clock::now()) {
@@ -318,8 +319,9 @@ class EntraIdState {
   AuthResult CheckCommonInputs(Attempt* attempt, const char* site) {
     Logger::LogFormat(kLogLevelDebug, "%s - Validating inputs... ", attempt->where, nullptr,
                       nullptr, nullptr, nullptr);
-    if (owner_->IsEmpty(site) || !owner_->IsSupportedProtocols(site))
+    if (owner_->IsEmpty(site) || !owner_->IsSupportedProtocols(site)) {
       return kAuthResultInvalidInput;
+    }
     attempt->site = site;
     attempt->host = EntraAuthority::HostOf(site);
     if (attempt->host.empty()) {
@@ -387,8 +389,9 @@ class EntraIdState {
   // POSTs a form to an endpoint of the authority. Only the exchange is
   // judged here; the answer is the caller's to read.
   AuthResult PostForm(Attempt* attempt, const std::string& url, const FormBody& form) {
-    if (!form.ok())
+    if (!form.ok()) {
       return Fail(attempt, kAuthResultInternalError, "A form field could not be encoded.");
+    }
     Describe(attempt, url);
     // Headers go out in the reverse of this order.
     attempt->config->AddHeader("Accept", kJsonType);
@@ -609,8 +612,9 @@ class EntraIdState {
     if (sent != kAuthResultOk) return sent;
     SecretString body = BodyOf(attempt->result);
     TokenAnswer error;
-    if (TokenAnswer::Parse(body.view(), &error) && error.IsError())
+    if (TokenAnswer::Parse(body.view(), &error) && error.IsError()) {
       return JudgeTokenAnswer(attempt, error);
+    }
     AuthResult judged = CheckResponseCode(attempt->result, attempt->detail);
     if (judged != kAuthResultOk) return judged;
     int status = attempt->result->GetResponseCode();
@@ -634,10 +638,12 @@ class EntraIdState {
     for (;;) {
       Clock::duration wait = std::min<Clock::duration>(
           std::chrono::seconds(interval), std::max<Clock::duration>(deadline - Clock::now(), {}));
-      if (Pause(attempt->cancellation, wait))
+      if (Pause(attempt->cancellation, wait)) {
         return Fail(attempt, kAuthResultCancelled, kCancelledText);
-      if (Clock::now() >= deadline)
+      }
+      if (Clock::now() >= deadline) {
         return Fail(attempt, kAuthResultTimedOut, kDeviceCodeExpiredText);
+      }
       Logger::LogFormat(kLogLevelDebug, "%s - Polling %s", attempt->where,
                         attempt->token_url.c_str(), nullptr, nullptr, nullptr);
       AuthResult sent = PostForm(attempt, attempt->token_url, form);
@@ -648,8 +654,9 @@ class EntraIdState {
         interval += kSlowDownStep;
         continue;
       }
-      if (answer->error == "expired_token")
+      if (answer->error == "expired_token") {
         return Fail(attempt, kAuthResultTimedOut, kDeviceCodeExpiredText);
+      }
       return JudgeTokenAnswer(attempt, *answer);
     }
   }
@@ -1001,10 +1008,12 @@ AuthResult EntraId::AuthenticateByUser(const char* site, const char* user, const
   if (!state_->Begin(&attempt)) return kAuthResultInternalError;
   AuthResult valid = state_->CheckCommonInputs(&attempt, site);
   if (valid != kAuthResultOk) return valid;
-  if (IsMissing(user))
+  if (IsMissing(user)) {
     return EntraIdState::Fail(&attempt, kAuthResultInvalidInput, "No user name given.");
-  if (IsMissing(password))
+  }
+  if (IsMissing(password)) {
     return EntraIdState::Fail(&attempt, kAuthResultInvalidInput, "No password given.");
+  }
   AuthResult located = state_->Locate(&attempt);
   if (located != kAuthResultOk) return located;
 
