@@ -1,19 +1,46 @@
-// Temporary stand-in until the OAuth text helpers land; drop this file then.
 #include "authenticators/oauth/Base64Url.h"
 
 #include <openssl/evp.h>
 
-#include <climits>
+#include <algorithm>
 
 namespace Vantrel {
 namespace Auth {
+namespace {
+
+// OpenSSL's coder counts in int; texts go through it in pieces of this many
+// bytes (a multiple of 3) and characters (the same number of 4-groups).
+constexpr size_t kBytesPerPiece = 3 * 4096;
+constexpr size_t kCharsPerPiece = 4 * 4096;
+
+bool IsUrlAlphabet(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
+         c == '_';
+}
+
+// How many '=' end `text`; the rest must be the url alphabet alone, and
+// padding, when there is some, must complete the last group of four.
+bool CountPadding(std::string_view text, size_t* padding) {
+  size_t end = text.size();
+  while (end > 0 && text[end - 1] == '=' && text.size() - end < 2) --end;
+  *padding = text.size() - end;
+  if (*padding > 0 && text.size() % 4 != 0) return false;
+  if (end % 4 == 1) return false;  // one character carries only six bits of a byte
+  return std::all_of(text.begin(), text.begin() + end, IsUrlAlphabet);
+}
+
+}  // namespace
 
 std::string Base64UrlEncode(const void* data, size_t size) {
-  if (size == 0 || size > INT_MAX / 2) return std::string();
-  std::string text(4 * ((size + 2) / 3) + 1, '\0');
-  int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&text[0]),
-                               static_cast<const unsigned char*>(data), static_cast<int>(size));
-  text.resize(length < 0 ? 0 : static_cast<size_t>(length));
+  const unsigned char* bytes = static_cast<const unsigned char*>(data);
+  std::string text;
+  text.reserve((size + 2) / 3 * 4);
+  unsigned char piece[kCharsPerPiece + 1];  // EVP_EncodeBlock adds a NUL
+  for (size_t done = 0; done < size; done += kBytesPerPiece) {
+    const size_t count = std::min(kBytesPerPiece, size - done);
+    const int written = EVP_EncodeBlock(piece, bytes + done, static_cast<int>(count));
+    text.append(reinterpret_cast<const char*>(piece), static_cast<size_t>(written));
+  }
   while (!text.empty() && text.back() == '=') text.pop_back();
   for (char& c : text) {
     if (c == '+') c = '-';
@@ -24,30 +51,30 @@ std::string Base64UrlEncode(const void* data, size_t size) {
 
 bool Base64UrlDecode(std::string_view text, std::string* bytes) {
   bytes->clear();
-  while (!text.empty() && text.back() == '=') text.remove_suffix(1);
-  if (text.size() % 4 == 1 || text.size() > INT_MAX / 2) return false;
-  std::string standard(text);
+  size_t padding = 0;
+  if (!CountPadding(text, &padding)) return false;
+  std::string standard(text.substr(0, text.size() - padding));
   for (char& c : standard) {
-    bool plain = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
-    if (c == '-')
-      c = '+';
-    else if (c == '_')
-      c = '/';
-    else if (!plain)
+    if (c == '-') c = '+';
+    if (c == '_') c = '/';
+  }
+  const size_t missing = (4 - standard.size() % 4) % 4;
+  standard.append(missing, '=');
+
+  bytes->reserve(standard.size() / 4 * 3);
+  unsigned char piece[kBytesPerPiece];
+  for (size_t done = 0; done < standard.size(); done += kCharsPerPiece) {
+    const size_t count = std::min(kCharsPerPiece, standard.size() - done);
+    const unsigned char* chars = reinterpret_cast<const unsigned char*>(standard.data() + done);
+    const int written = EVP_DecodeBlock(piece, chars, static_cast<int>(count));
+    if (written < 0) {
+      bytes->clear();
       return false;
+    }
+    bytes->append(reinterpret_cast<const char*>(piece), static_cast<size_t>(written));
   }
-  size_t padding = (4 - standard.size() % 4) % 4;
-  standard.append(padding, '=');
-  if (standard.empty()) return true;
-  bytes->resize(standard.size() / 4 * 3);
-  int length = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(&(*bytes)[0]),
-                               reinterpret_cast<const unsigned char*>(standard.data()),
-                               static_cast<int>(standard.size()));
-  if (length < 0) {
-    bytes->clear();
-    return false;
-  }
-  bytes->resize(static_cast<size_t>(length) - padding);
+  // EVP_DecodeBlock counts the zero bytes that stand for the padding too.
+  bytes->resize(bytes->size() - missing);
   return true;
 }
 

@@ -1,43 +1,57 @@
-// Temporary stand-in until the OAuth text helpers land; drop this file then.
 #include "authenticators/oauth/RandomText.h"
 
 #include <openssl/rand.h>
 
-#include <cstdio>
+#include <algorithm>
+
+#include "base/SecretString.h"
 
 namespace Vantrel {
 namespace Auth {
+namespace {
+
+const char kHexDigits[] = "0123456789abcdef";
+const char kUnreserved[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+constexpr unsigned kUnreservedCount = sizeof(kUnreserved) - 1;  // 66
+// The largest multiple of 66 a byte reaches: bytes from here up would favour
+// the first characters of the set, so they are drawn again.
+constexpr unsigned kAcceptBelow = 256 / kUnreservedCount * kUnreservedCount;  // 198
+constexpr size_t kBatch = 64;
+
+}  // namespace
 
 bool RandomGuid(std::string* text) {
   text->clear();
-  unsigned char b[16];
-  if (RAND_bytes(b, sizeof b) != 1) return false;
-  b[6] = static_cast<unsigned char>((b[6] & 0x0F) | 0x40);
-  b[8] = static_cast<unsigned char>((b[8] & 0x3F) | 0x80);
-  char out[37];
-  std::snprintf(out, sizeof out,
-                "%02x%02x%02x%02x-%02x%02x-%02x%02x-%02x%02x-%02x%02x%02x%02x%02x%02x", b[0], b[1],
-                b[2], b[3], b[4], b[5], b[6], b[7], b[8], b[9], b[10], b[11], b[12], b[13], b[14],
-                b[15]);
-  text->assign(out);
+  unsigned char bytes[16];
+  if (RAND_bytes(bytes, sizeof(bytes)) != 1) return false;
+  bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0f) | 0x40);  // version 4
+  bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3f) | 0x80);  // RFC 4122 variant
+  for (size_t i = 0; i < sizeof(bytes); ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) text->push_back('-');
+    text->push_back(kHexDigits[bytes[i] >> 4]);
+    text->push_back(kHexDigits[bytes[i] & 0x0f]);
+  }
   return true;
 }
 
+// The result becomes a PKCE verifier or a state: secret until used, so the
+// random bytes behind it are wiped as well.
 bool RandomUnreserved(size_t length, std::string* text) {
-  static const char kAlphabet[] =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
-  constexpr unsigned kCount = sizeof kAlphabet - 1;
-  text->clear();
-  while (text->size() < length) {
-    unsigned char byte;
-    if (RAND_bytes(&byte, 1) != 1) {
-      text->clear();
-      return false;
+  WipeString(text);
+  text->reserve(length);
+  unsigned char batch[kBatch];
+  bool ok = true;
+  while (ok && text->size() < length) {
+    // About one byte in four is drawn again; ask for a little more than is left.
+    const size_t wanted = std::min(kBatch, (length - text->size()) * 4 / 3 + 1);
+    ok = RAND_bytes(batch, static_cast<int>(wanted)) == 1;
+    for (size_t i = 0; ok && i < wanted && text->size() < length; ++i) {
+      if (batch[i] < kAcceptBelow) text->push_back(kUnreserved[batch[i] % kUnreservedCount]);
     }
-    // Bytes past the last whole multiple of the alphabet would favour its start.
-    if (byte < 256 / kCount * kCount) text->push_back(kAlphabet[byte % kCount]);
   }
-  return true;
+  WipeMemory(batch, sizeof(batch));
+  if (!ok) WipeString(text);
+  return ok;
 }
 
 }  // namespace Auth
