@@ -3,6 +3,7 @@
 #include <openssl/evp.h>
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cstring>
 #include <ctime>
@@ -250,11 +251,16 @@ bool Pause(const Cancellation* cancellation, Clock::duration duration) {
   return false;
 }
 
+// Account names compare without regard to case, as the cache's keys do.
 bool NamesSeveralAccounts(const std::vector<TokenCacheEntry>& usable,
                           const std::vector<TokenCacheEntry>& refreshable) {
   std::set<std::string> accounts;
   for (const auto* entries : {&usable, &refreshable}) {
-    for (const TokenCacheEntry& entry : *entries) accounts.insert(entry.key.account);
+    for (const TokenCacheEntry& entry : *entries) {
+      std::string account = entry.key.account;
+      for (char& c : account) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+      accounts.insert(account);
+    }
   }
   return accounts.size() > 1;
 }
