@@ -14,7 +14,8 @@ namespace Auth {
 class DeviceCodeAnswer {
  public:
   // False unless `body` is a JSON object with a non-empty device_code and
-  // user_code. A missing or unreadable interval is 5, expires_in 900.
+  // user_code. A missing, unreadable, zero or negative interval is 5, such an
+  // expires_in 900; both as a number or a decimal string up to 10^9 s.
   static bool Parse(std::string_view body, DeviceCodeAnswer* answer);
 
   SecretString device_code;

@@ -13,10 +13,13 @@ class EntraAuthority {
  public:
   // By the site's host: *.sharepoint.us -> "https://login.microsoftonline.us",
   // *.sharepoint.cn -> "https://login.partner.microsoftonline.cn", else
-  // "https://login.microsoftonline.com".
+  // "https://login.microsoftonline.com". The host is read as HostOf reads it,
+  // so a port, any case or a whole site URL do no harm.
   static std::string ForSiteHost(std::string_view site_host);
 
-  // The host of a URL ("https://Host:443/x" -> "host"); "" when there is none.
+  // The host of a URL ("https://user@Host:443/x" -> "host"), in lower case,
+  // without user, port or path; the scheme may be missing. "" when there is
+  // none, or when it holds a character no host name or [IPv6] address has.
   static std::string HostOf(std::string_view url);
   // "https://HOST" of a site URL; "" when there is no host.
   static std::string OriginOf(std::string_view url);

@@ -19,7 +19,9 @@ namespace Auth {
 class TokenAnswer {
  public:
   // False when `body` is not a JSON object. `expires_in` may come as a number
-  // or as a decimal string; error_codes as numbers.
+  // or as a decimal string, and is read up to 10^9 s so that adding it to a
+  // time_t can't overflow; error_codes as numbers. The secrets' copies in the
+  // parsed JSON are wiped.
   static bool Parse(std::string_view body, TokenAnswer* answer);
 
   bool IsError() const { return !error.empty(); }
@@ -33,6 +35,9 @@ class TokenAnswer {
   // The detail names the first AADSTS code and the first line of the
   // description ("AADSTS50126: Error validating credentials due to invalid
   // username or password."), or the error alone when there is no description.
+  // The detail is not cut here; ErrorDetail cuts what doesn't fit.
+  // An answer without an error is kAuthResultOk when it holds an access token
+  // and kAuthResultAuthFailed otherwise.
   AuthResult Classify(std::string* detail) const;
 
   // Success.

@@ -1,10 +1,11 @@
 // TokenCache: access and refresh tokens kept for silent sign-in, in memory,
 // and with a file between processes.
 //
-// Entries are keyed by authority host, tenant, client id, account and scope.
-// An access token counts as expired 5 minutes before its expiry, and so does
-// one cached "in the future" (the clock was moved back). A refresh token is
-// kept until it is replaced by a newer one.
+// Entries are keyed by authority host, tenant, client id, account and scope;
+// all but the scope compare without regard to ASCII case, as the service
+// treats them. An access token counts as expired 5 minutes before its
+// expiry, and so does one cached "in the future" (the clock was moved back).
+// A refresh token is kept until it is replaced by a newer one.
 //
 // The file, when set: JSON, mode 0600, replaced atomically (a temporary file
 // in the same folder, then rename), read under a shared and written under an
@@ -12,6 +13,8 @@
 // once lose none of each other's entries. A corrupt, truncated or foreign
 // file is ignored (a warning goes to the log) and rewritten by the next Store;
 // an entry of another account is never dropped by a Store.
+//
+// One object serves one thread at a time, like the authenticator owning it.
 #ifndef VANTREL_AUTH_AUTHENTICATORS_OAUTH_TOKEN_CACHE_H_
 #define VANTREL_AUTH_AUTHENTICATORS_OAUTH_TOKEN_CACHE_H_
 
@@ -52,23 +55,34 @@ class TokenCache {
   const std::string& file() const { return file_; }
 
   // The entries matching `key` (tenant "" and account "" match any) whose
-  // access token still serves at `now`, newest first. With a file, the file
-  // is read first and its entries merged over memory's.
+  // access token still serves at `now`, newest first (by cached_at). With a
+  // file, the file is read first and its entries merged over memory's.
   std::vector<TokenCacheEntry> FindUsable(const TokenCacheKey& key, time_t now);
   // The entries matching `key` that hold a refresh token, newest first.
   std::vector<TokenCacheEntry> FindRefreshable(const TokenCacheKey& key);
 
   // Adds or replaces the entry with exactly this key, in memory and, with a
-  // file, in the file. False with a reason in `warning` when the file could
-  // not be written; memory is updated all the same.
+  // file, in the file; the file's entries of other keys stay as they are.
+  // An entry without a refresh token keeps the one its key held: an answer
+  // that brings none doesn't take away the right to refresh. False with a
+  // reason in `warning` (may be null) when the file could not be written;
+  // memory is updated all the same.
   bool Store(const TokenCacheEntry& entry, std::string* warning);
 
   // Reads a cache file's text into entries; false for anything that is not a
-  // cache file of this library (the fuzz target drives this). Never throws.
+  // cache file of this library (the fuzz target drives this). An entry of
+  // the wrong shape is left out and the others still count. Never throws.
   static bool ParseFile(std::string_view text, std::vector<TokenCacheEntry>* entries);
   static SecretString SerializeFile(const std::vector<TokenCacheEntry>& entries);
 
  private:
+  // Reads the file under a shared lock and merges it into memory.
+  void SyncFromFile();
+  // The file's entries; none for a missing file, and none with a warning in
+  // the log for one that is not a readable cache file. The caller holds the lock.
+  std::vector<TokenCacheEntry> Load() const;
+  void MergeLoaded(const std::vector<TokenCacheEntry>& loaded);
+
   std::string file_;
   std::vector<TokenCacheEntry> entries_;
 };

@@ -1,0 +1,396 @@
+#include "authenticators/oauth/ClientAssertion.h"
+
+#include <fcntl.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/pkcs12.h>
+#include <openssl/rsa.h>
+#include <openssl/x509.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <string_view>
+
+#include "authenticators/oauth/Base64Url.h"
+#include "authenticators/oauth/RandomText.h"
+#include "base/Logger.h"
+#include "base/StringUtil.h"
+
+namespace Vantrel {
+namespace Auth {
+
+struct ClientAssertion::Keys {
+  Keys() : key(nullptr), certificate(nullptr) {}
+  ~Keys() {
+    EVP_PKEY_free(key);
+    X509_free(certificate);
+  }
+  Keys(const Keys&) = delete;
+  Keys& operator=(const Keys&) = delete;
+
+  EVP_PKEY* key;
+  X509* certificate;
+};
+
+namespace {
+
+// Entra ID refuses assertions valid for more than ten minutes.
+constexpr int64_t kLifetimeSeconds = 600;
+constexpr int kMinimumRsaBits = 2048;
+// Certificates, keys and bundles are a few kilobytes; anything far larger is
+// some other file, and reading it whole would only waste memory.
+constexpr size_t kMaxInputSize = 1024 * 1024;
+
+// Input bytes and the name a detail text calls them by: the file's path, or
+// what the caller handed over in memory.
+struct Source {
+  std::string_view bytes;
+  std::string name;
+};
+
+AuthResult Refuse(std::string* detail, const std::string& text) {
+  // Failed parses leave entries in OpenSSL's per-thread error queue, where
+  // libcurl's TLS code would later find and misreport them.
+  ERR_clear_error();
+  if (detail != nullptr) *detail = text;
+  Logger::LogFormat(kLogLevelDebug, "ClientAssertion - refused: %s", text.c_str(), nullptr, nullptr,
+                    nullptr, nullptr);
+  return kAuthResultInvalidInput;
+}
+
+// The whole file into `bytes`, which wipes what it held when released: a key
+// file's text is as secret as the key.
+AuthResult ReadWholeFile(const char* path, const char* what, SecretString* bytes,
+                         std::string* detail) {
+  int fd = open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    return Refuse(detail, std::string("The ") + what + " file could not be opened: " + path + " (" +
+                              std::strerror(errno) + ")");
+  }
+  char buffer[4096];
+  bool failed = false;
+  while (bytes->size() <= kMaxInputSize) {
+    ssize_t got = read(fd, buffer, sizeof buffer);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) {
+      failed = got < 0;
+      break;
+    }
+    bytes->Append(std::string_view(buffer, static_cast<size_t>(got)));
+  }
+  WipeMemory(buffer, sizeof buffer);
+  close(fd);
+  if (failed) {
+    return Refuse(detail, std::string("The ") + what + " file could not be read: " + path);
+  }
+  if (bytes->size() > kMaxInputSize) {
+    return Refuse(detail, std::string("The ") + what + " file is too large: " + path);
+  }
+  return kAuthResultOk;
+}
+
+// PEM asks for the password through a callback; this one answers with the
+// caller's password and never falls back to a prompt on the terminal.
+int PasswordCallback(char* buffer, int size, int /*writing*/, void* context) {
+  const char* password = static_cast<const char*>(context);
+  if (password == nullptr) return -1;
+  size_t length = std::strlen(password);
+  if (size < 0 || length > static_cast<size_t>(size)) return -1;
+  std::memcpy(buffer, password, length);
+  return static_cast<int>(length);
+}
+
+BIO* ReadOnlyBio(std::string_view bytes) {
+  return BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size()));
+}
+
+bool LooksEncrypted(std::string_view pem) {
+  return pem.find("ENCRYPTED") != std::string_view::npos;
+}
+
+AuthResult ReadPemPair(const Source& certificate, const Source& key, const char* password,
+                       EVP_PKEY** private_key, X509** x509, std::string* detail) {
+  BIO* bio = ReadOnlyBio(certificate.bytes);
+  // A certificate is never encrypted: no password, and no prompt either.
+  *x509 = bio != nullptr ? PEM_read_bio_X509(bio, nullptr, PasswordCallback, nullptr) : nullptr;
+  BIO_free(bio);
+  if (*x509 == nullptr) {
+    return Refuse(detail, "The certificate could not be read: " + certificate.name);
+  }
+  bio = ReadOnlyBio(key.bytes);
+  *private_key = bio != nullptr ? PEM_read_bio_PrivateKey(bio, nullptr, PasswordCallback,
+                                                          const_cast<char*>(password))
+                                : nullptr;
+  BIO_free(bio);
+  if (*private_key != nullptr) return kAuthResultOk;
+  if (password == nullptr && LooksEncrypted(key.bytes)) {
+    return Refuse(detail, "The private key is encrypted and no password was given: " + key.name);
+  }
+  return Refuse(detail,
+                "The private key could not be read: wrong password or not a PEM key: " + key.name);
+}
+
+AuthResult ReadPkcs12(const Source& bundle, const char* password, EVP_PKEY** private_key,
+                      X509** x509, std::string* detail) {
+  const unsigned char* cursor = reinterpret_cast<const unsigned char*>(bundle.bytes.data());
+  PKCS12* p12 = d2i_PKCS12(nullptr, &cursor, static_cast<long>(bundle.bytes.size()));
+  if (p12 == nullptr) return Refuse(detail, "The PKCS#12 bundle could not be read: " + bundle.name);
+
+  // The MAC is checked first so that a wrong password gets a detail of its
+  // own; without a password, both the absent and the empty one are tried,
+  // as exporters disagree about which "no password" means.
+  bool no_password = password == nullptr || password[0] == '\0';
+  const char* mac_problem = nullptr;
+  if (PKCS12_mac_present(p12) == 1) {
+    if (no_password && PKCS12_verify_mac(p12, nullptr, 0) != 1 &&
+        PKCS12_verify_mac(p12, "", 0) != 1) {
+      mac_problem = "a password is needed: ";
+    } else if (!no_password && PKCS12_verify_mac(p12, password, -1) != 1) {
+      mac_problem = "wrong password: ";
+    }
+  }
+  STACK_OF(X509)* chain = nullptr;
+  bool parsed =
+      mac_problem == nullptr && PKCS12_parse(p12, password, private_key, x509, &chain) == 1;
+  sk_X509_pop_free(chain, X509_free);
+  PKCS12_free(p12);
+  if (mac_problem != nullptr) {
+    return Refuse(detail, "The PKCS#12 bundle could not be opened: " + std::string(mac_problem) +
+                              bundle.name);
+  }
+  if (!parsed) {
+    // The password was right, so it is the encryption: OpenSSL 3 no longer
+    // offers RC2, which old exports used.
+    return Refuse(detail,
+                  "The PKCS#12 bundle could not be decrypted (export it again with AES "
+                  "encryption): " +
+                      bundle.name);
+  }
+  if (*private_key == nullptr) {
+    return Refuse(detail, "The PKCS#12 bundle holds no private key: " + bundle.name);
+  }
+  if (*x509 == nullptr) {
+    return Refuse(detail, "The PKCS#12 bundle holds no certificate: " + bundle.name);
+  }
+  return kAuthResultOk;
+}
+
+AuthResult CheckSize(size_t size, const char* what, std::string* detail) {
+  if (size == 0) return Refuse(detail, std::string("No ") + what + " was given.");
+  if (size > kMaxInputSize) return Refuse(detail, std::string("The ") + what + " is too large.");
+  return kAuthResultOk;
+}
+
+std::string Thumbprint(const X509* certificate, const EVP_MD* digest) {
+  unsigned char md[EVP_MAX_MD_SIZE];
+  unsigned int length = 0;
+  if (X509_digest(certificate, digest, md, &length) != 1) return std::string();
+  return Base64UrlEncode(md, length);
+}
+
+// Invalid UTF-8 in a client id or URL becomes U+FFFD instead of an exception;
+// Entra ID then names the value it does not know.
+std::string CompactJson(const nlohmann::json& value) {
+  return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+// RSASSA-PSS (salt as long as the digest, as JWS demands) or PKCS#1 v1.5,
+// both with SHA-256.
+bool SignSha256(EVP_PKEY* key, bool pss, std::string_view input, std::string* signature) {
+  EVP_MD_CTX* context = EVP_MD_CTX_new();
+  EVP_PKEY_CTX* key_context = nullptr;  // owned by `context`
+  size_t length = 0;
+  const unsigned char* data = reinterpret_cast<const unsigned char*>(input.data());
+  bool ok = context != nullptr &&
+            EVP_DigestSignInit(context, &key_context, EVP_sha256(), nullptr, key) == 1 &&
+            EVP_PKEY_CTX_set_rsa_padding(key_context,
+                                         pss ? RSA_PKCS1_PSS_PADDING : RSA_PKCS1_PADDING) > 0 &&
+            (!pss || (EVP_PKEY_CTX_set_rsa_pss_saltlen(key_context, RSA_PSS_SALTLEN_DIGEST) > 0 &&
+                      EVP_PKEY_CTX_set_rsa_mgf1_md(key_context, EVP_sha256()) > 0)) &&
+            EVP_DigestSign(context, nullptr, &length, data, input.size()) == 1;
+  if (ok) {
+    signature->assign(length, '\0');
+    ok = EVP_DigestSign(context, reinterpret_cast<unsigned char*>(&(*signature)[0]), &length, data,
+                        input.size()) == 1;
+    signature->resize(ok ? length : 0);
+  }
+  EVP_MD_CTX_free(context);
+  if (!ok) ERR_clear_error();
+  return ok;
+}
+
+}  // namespace
+
+ClientAssertion::ClientAssertion() : keys_(nullptr) {}
+
+ClientAssertion::~ClientAssertion() { delete keys_; }
+
+bool ClientAssertion::IsLoaded() const { return keys_ != nullptr; }
+
+AuthResult ClientAssertion::LoadFiles(const char* certificate_file, const char* key_file,
+                                      const char* password, std::string* detail) {
+  Logger::LogFormat(kLogLevelDebug,
+                    "ClientAssertion::LoadFiles - certificate file %s, key file %s, password %s",
+                    certificate_file, key_file, YesNo(password != nullptr), nullptr, nullptr);
+  // A failed load leaves nothing loaded: signing on with an older key would
+  // hide the failure.
+  delete keys_;
+  keys_ = nullptr;
+  x5t_s256_.clear();
+  x5t_.clear();
+  if (certificate_file == nullptr || certificate_file[0] == '\0') {
+    return Refuse(detail, "No certificate file was given.");
+  }
+  if (key_file != nullptr && key_file[0] == '\0') return Refuse(detail, "No key file was given.");
+
+  Keys* keys = new Keys();
+  SecretString certificate_bytes;
+  SecretString key_bytes;
+  AuthResult result;
+  if (key_file == nullptr) {
+    result = ReadWholeFile(certificate_file, "PKCS#12", &certificate_bytes, detail);
+    if (result == kAuthResultOk) {
+      result = ReadPkcs12({certificate_bytes.view(), certificate_file}, password, &keys->key,
+                          &keys->certificate, detail);
+    }
+  } else {
+    result = ReadWholeFile(certificate_file, "certificate", &certificate_bytes, detail);
+    if (result == kAuthResultOk) result = ReadWholeFile(key_file, "key", &key_bytes, detail);
+    if (result == kAuthResultOk) {
+      result =
+          ReadPemPair({certificate_bytes.view(), certificate_file}, {key_bytes.view(), key_file},
+                      password, &keys->key, &keys->certificate, detail);
+    }
+  }
+  if (result != kAuthResultOk) {
+    delete keys;
+    return result;
+  }
+  return Adopt(keys, detail);
+}
+
+AuthResult ClientAssertion::LoadData(const char* certificate, size_t certificate_size,
+                                     const char* key, size_t key_size, const char* password,
+                                     std::string* detail) {
+  Logger::LogFormat(kLogLevelDebug,
+                    "ClientAssertion::LoadData - certificate %s, key %s, password %s",
+                    YesNo(certificate != nullptr), YesNo(key != nullptr),
+                    YesNo(password != nullptr), nullptr, nullptr);
+  delete keys_;
+  keys_ = nullptr;
+  x5t_s256_.clear();
+  x5t_.clear();
+  const char* what = key == nullptr ? "PKCS#12 bundle" : "certificate";
+  AuthResult result = CheckSize(certificate == nullptr ? 0 : certificate_size, what, detail);
+  if (result == kAuthResultOk && key != nullptr)
+    result = CheckSize(key_size, "private key", detail);
+  if (result != kAuthResultOk) return result;
+
+  Keys* keys = new Keys();
+  Source certificate_source{std::string_view(certificate, certificate_size),
+                            std::string("(the ") + what + " given in memory)"};
+  if (key == nullptr) {
+    result = ReadPkcs12(certificate_source, password, &keys->key, &keys->certificate, detail);
+  } else {
+    result = ReadPemPair(certificate_source,
+                         {std::string_view(key, key_size), "(the key given in memory)"}, password,
+                         &keys->key, &keys->certificate, detail);
+  }
+  if (result != kAuthResultOk) {
+    delete keys;
+    return result;
+  }
+  return Adopt(keys, detail);
+}
+
+// Takes `keys` over; keeps them only if Entra ID could accept them.
+AuthResult ClientAssertion::Adopt(Keys* keys, std::string* detail) {
+  AuthResult result = kAuthResultOk;
+  int bits = EVP_PKEY_get_bits(keys->key);
+  if (X509_check_private_key(keys->certificate, keys->key) != 1) {
+    result = Refuse(detail, "The key does not belong to the certificate.");
+  } else if (!EVP_PKEY_is_a(keys->key, "RSA")) {
+    const char* type = EVP_PKEY_get0_type_name(keys->key);
+    result = Refuse(detail, std::string("The key is of type ") + (type != nullptr ? type : "?") +
+                                "; Entra ID accepts RSA keys only.");
+  } else if (bits < kMinimumRsaBits) {
+    result = Refuse(detail, "The RSA key has " + std::to_string(bits) +
+                                " bits; Entra ID requires at least 2048.");
+  } else {
+    x5t_s256_ = Thumbprint(keys->certificate, EVP_sha256());
+    x5t_ = Thumbprint(keys->certificate, EVP_sha1());
+    if (x5t_s256_.empty() || x5t_.empty()) {
+      result = Refuse(detail, "The certificate's thumbprint could not be computed.");
+    }
+  }
+  if (result != kAuthResultOk) {
+    x5t_s256_.clear();
+    x5t_.clear();
+    delete keys;
+    return result;
+  }
+  keys_ = keys;
+  std::string bit_text = std::to_string(bits);
+  Logger::LogFormat(
+      kLogLevelDebug,
+      "ClientAssertion::Adopt - RSA key of %s bits, certificate thumbprint %s (SHA-1)",
+      bit_text.c_str(), x5t_.c_str(), nullptr, nullptr, nullptr);
+  return kAuthResultOk;
+}
+
+bool ClientAssertion::Sign(EntraAssertionAlgorithm algorithm, const std::string& client_id,
+                           const std::string& audience, time_t now, SecretString* jwt,
+                           std::string* detail) const {
+  if (jwt != nullptr) jwt->Clear();
+  std::string problem;
+  std::string jti;
+  bool pss = algorithm == kEntraAssertionPs256;
+  if (jwt == nullptr || keys_ == nullptr) {
+    problem = "No certificate and key are loaded.";
+  } else if (!pss && algorithm != kEntraAssertionRs256) {
+    problem = "Unknown assertion algorithm.";
+  } else if (!RandomGuid(&jti)) {
+    problem = "The random number generator failed.";
+  }
+  if (!problem.empty()) {
+    if (detail != nullptr) *detail = problem;
+    return false;
+  }
+
+  nlohmann::json header = {{"alg", pss ? "PS256" : "RS256"},
+                           {"typ", "JWT"},
+                           {pss ? "x5t#S256" : "x5t", pss ? x5t_s256_ : x5t_}};
+  int64_t issued = static_cast<int64_t>(now);
+  nlohmann::json claims = {{"aud", audience},
+                           {"iss", client_id},
+                           {"sub", client_id},
+                           {"jti", jti},
+                           {"nbf", issued},
+                           {"iat", issued},
+                           {"exp", issued + kLifetimeSeconds}};
+  std::string signing_input =
+      Base64UrlEncode(CompactJson(header)) + "." + Base64UrlEncode(CompactJson(claims));
+  std::string signature;
+  if (!SignSha256(keys_->key, pss, signing_input, &signature)) {
+    if (detail != nullptr) *detail = "The client assertion could not be signed.";
+    return false;
+  }
+  // Signature and signed text together are the credential; only `jwt`, which
+  // wipes itself, keeps them.
+  std::string encoded_signature = Base64UrlEncode(signature);
+  jwt->Assign(signing_input);
+  jwt->Append('.');
+  jwt->Append(encoded_signature);
+  WipeString(&encoded_signature);
+  WipeString(&signature);
+  WipeString(&signing_input);
+  return true;
+}
+
+}  // namespace Auth
+}  // namespace Vantrel
