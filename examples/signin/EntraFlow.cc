@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <sstream>
@@ -21,6 +22,7 @@
 #include "HostSupport.h"
 
 using Vantrel::Auth::AuthEngine;
+using Vantrel::Auth::AuthEngineConfig;
 using Vantrel::Auth::AuthResult;
 using Vantrel::Auth::EntraId;
 
@@ -30,12 +32,18 @@ enum class Flow { kSilent, kCertificate, kClientSecret, kDeviceCode, kBrowser, k
 
 const char* FlowName(Flow flow) {
   switch (flow) {
-    case Flow::kCertificate: return "certificate sign-in";
-    case Flow::kClientSecret: return "client-secret sign-in";
-    case Flow::kDeviceCode: return "device-code sign-in";
-    case Flow::kBrowser: return "browser sign-in";
-    case Flow::kPassword: return "password sign-in";
-    case Flow::kSilent: break;
+    case Flow::kCertificate:
+      return "certificate sign-in";
+    case Flow::kClientSecret:
+      return "client-secret sign-in";
+    case Flow::kDeviceCode:
+      return "device-code sign-in";
+    case Flow::kBrowser:
+      return "browser sign-in";
+    case Flow::kPassword:
+      return "password sign-in";
+    case Flow::kSilent:
+      break;
   }
   return "silent sign-in";
 }
@@ -60,8 +68,7 @@ std::string ChooseFlow(const Options& options, Flow* flow) {
     }
     *flow = choice;
   }
-  if ((!options.key.empty() || !options.key_password_file.empty()) &&
-      *flow != Flow::kCertificate) {
+  if ((!options.key.empty() || !options.key_password_file.empty()) && *flow != Flow::kCertificate) {
     return "--key and --key-password-file go with --certificate";
   }
   if (!options.browser_command.empty() && *flow != Flow::kBrowser) {
@@ -103,6 +110,39 @@ bool ReadFileSecrets(const Options& options, FileSecrets* secrets) {
   }
   return true;
 }
+
+// With --verbose, libcurl writes its own text straight to standard error,
+// the token in each Authorization header included. Given a folder for that
+// text, the library reads it back into its log with those headers masked; a
+// private one, since the file holds the token until the engine removes it.
+class VerboseLogFolder {
+ public:
+  VerboseLogFolder() = default;
+  ~VerboseLogFolder() {
+    if (path_.empty()) return;
+    AuthEngineConfig::SetTempLogDir(nullptr);
+    rmdir(path_.c_str());
+  }
+  VerboseLogFolder(const VerboseLogFolder&) = delete;
+  VerboseLogFolder& operator=(const VerboseLogFolder&) = delete;
+
+  bool Create() {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string path =
+        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/signin.XXXXXX";
+    if (mkdtemp(&path[0]) == nullptr) {
+      std::fprintf(stderr, "signin: cannot make a folder for the verbose log in %s: %s\n",
+                   path.c_str(), std::strerror(errno));
+      return false;
+    }
+    path_ = path;
+    AuthEngineConfig::SetTempLogDir(path_.c_str());
+    return true;
+  }
+
+ private:
+  std::string path_;
+};
 
 // --- Ctrl-C -------------------------------------------------------------------
 
@@ -186,8 +226,7 @@ bool OpenBrowser(const char* url, void* command) {
   } while (got < 0 && errno == EINTR);
   close(exec_status[0]);
   if (middle > 0 && got == 0) return true;
-  std::fprintf(stderr, "signin: cannot start the browser %s: %s\n", argv[0],
-               std::strerror(error));
+  std::fprintf(stderr, "signin: cannot start the browser %s: %s\n", argv[0], std::strerror(error));
   return false;
 }
 
@@ -206,8 +245,7 @@ AuthResult SignIn(EntraId* entra, Flow flow, const Options& options, const FileS
     case Flow::kDeviceCode:
       return entra->AuthenticateWithDeviceCode(site, ShowDeviceCode, nullptr);
     case Flow::kBrowser: {
-      std::string command =
-          options.browser_command.empty() ? "xdg-open" : options.browser_command;
+      std::string command = options.browser_command.empty() ? "xdg-open" : options.browser_command;
       return entra->AuthenticateWithBrowser(site, nullptr, OpenBrowser, &command);
     }
     case Flow::kPassword: {
@@ -224,8 +262,8 @@ AuthResult SignIn(EntraId* entra, Flow flow, const Options& options, const FileS
 // The header line to standard output or, for curl -H @FILE, into
 // --header-out; then who signed in, on standard error.
 int FinishEntra(const Options& options, Flow flow, const EntraId& entra) {
-  std::string header = ReadText(
-      [&](char* buffer, size_t* size) { entra.GetAuthorizationHeader(buffer, size); });
+  std::string header =
+      ReadText([&](char* buffer, size_t* size) { entra.GetAuthorizationHeader(buffer, size); });
   if (header.empty()) {
     std::fprintf(stderr, "signin: the %s succeeded without a token\n", FlowName(flow));
     return ExitStatusFor(Vantrel::Auth::kAuthResultInternalError);
@@ -246,10 +284,10 @@ int FinishEntra(const Options& options, Flow flow, const EntraId& entra) {
     return kExitHostError;
   }
 
-  std::string account = ReadText(
-      [&](char* buffer, size_t* size) { entra.GetAccountName(buffer, size); });
-  std::string tenant = ReadText(
-      [&](char* buffer, size_t* size) { entra.GetTenantId(buffer, size); });
+  std::string account =
+      ReadText([&](char* buffer, size_t* size) { entra.GetAccountName(buffer, size); });
+  std::string tenant =
+      ReadText([&](char* buffer, size_t* size) { entra.GetTenantId(buffer, size); });
   if (account.empty()) account = "application " + options.client_id;
   time_t expires_on = entra.GetExpiresOn();
   char until[32] = "?";
@@ -272,6 +310,8 @@ int RunEntra(const Options& options) {
   if (!setup.ok()) return setup.exit_status();
   FileSecrets secrets;
   if (!ReadFileSecrets(options, &secrets)) return kExitHostError;
+  VerboseLogFolder verbose_log;  // outlives the engine, which empties it
+  if (options.verbose && !verbose_log.Create()) return kExitHostError;
 
   AuthEngine engine;
   EntraId* entra = engine.EntraId();
