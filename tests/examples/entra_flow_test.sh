@@ -113,8 +113,9 @@ wait "$signin_pid"
 check "device code: Ctrl-C during the wait exits 20" test $? = 20
 
 # The browser: curl follows the sign-in page's redirect to signin's listener on
-# localhost, which must not go through the proxy.
-printf '#!/bin/sh\nexec curl -sS -L --proxy %s --noproxy localhost --cacert %s -o /dev/null "$1"\n' \
+# localhost, which must not go through the proxy. What the browser prints must
+# stay off signin's standard output, which carries the header alone.
+printf '#!/bin/sh\necho "opening $1"\nexec curl -sS -L --proxy %s --noproxy localhost --cacert %s -o /dev/null "$1"\n' \
   "$proxy" "$work/ca.pem" >"$work/browser"
 entra 0 "browser, with curl as the browser" "$secret" --client-id "$app" --browser --browser-command "sh $work/browser"
 check "... the site takes its header" site_takes
