@@ -88,6 +88,12 @@ entra 19 "an MFA account can't sign in with a password" Autumn-77 --client-id "$
   --password-file "$work/mfa-password"
 
 # Device code: the user code comes from signin's standard error, approval from the emulator.
+# wait_for PID: its exit status, or 143 after killing it when 10 s weren't enough.
+wait_for() {
+  for _ in $(seq 200); do kill -0 "$1" 2>/dev/null || break; sleep 0.05; done
+  kill "$1" 2>/dev/null
+  wait "$1"
+}
 start_device_code() {
   "$signin" entra --site "$site" --proxy "$proxy" --ca-file "$work/ca.pem" --client-id "$app" --device-code \
     >"$work/out" 2>"$work/err" &
@@ -104,12 +110,12 @@ check "device code: the service's message is on standard error" test -n "$user_c
 check "... the MFA account approves it" test "$(curl -sS --proxy "$proxy" --cacert "$work/ca.pem" -o /dev/null \
   -w '%{http_code}' -d "user_code=$user_code" -d account=megan@contoso.com \
   https://login.microsoftonline.com/_emulator/devicecode/approve)" = 200
-wait "$signin_pid"
+wait_for "$signin_pid"
 check "... signin exits 0" test $? = 0
 check "... the site takes its header" site_takes
 start_device_code
 kill -INT "$signin_pid"
-wait "$signin_pid"
+wait_for "$signin_pid"
 check "device code: Ctrl-C during the wait exits 20" test $? = 20
 
 # The browser: curl follows the sign-in page's redirect to signin's listener on
