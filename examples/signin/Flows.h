@@ -6,7 +6,7 @@
 
 // Everything the command line can say. Each flow reads what it needs.
 struct Options {
-  std::string command;        // "fba", "adfs" or "online"
+  std::string command;        // "fba", "adfs", "online" or "entra"
   std::string site;           // --site URL
   std::string user;           // --user NAME (an e-mail address for "online")
   std::string password_file;  // --password-file FILE
@@ -20,11 +20,28 @@ struct Options {
   std::string realm;          // --realm URN  (adfs flow)
   std::string sts;            // --sts URL    (online flow: Office365::SetServer)
   std::string adfs_realm;     // --adfs-realm URN (online flow, federated tenants)
+
+  // entra: an access token from Entra ID instead of cookies.
+  std::string client_id;           // --client-id ID
+  std::string tenant;              // --tenant T
+  std::string authority;           // --authority URL
+  std::string scope;               // --scope S
+  std::string token_cache;         // --token-cache FILE
+  std::string header_out;          // --header-out FILE ("" = standard output)
+  bool no_site_check = false;      // --no-site-check
+  std::string certificate;         // --certificate FILE
+  std::string key;                 // --key FILE
+  std::string key_password_file;   // --key-password-file FILE
+  std::string client_secret_file;  // --client-secret-file FILE
+  bool device_code = false;        // --device-code
+  bool browser = false;            // --browser
+  std::string browser_command;     // --browser-command CMD
 };
 
 // Each returns the process exit status.
 int RunFba(const Options& options);
 int RunAdfs(const Options& options);
 int RunOnline(const Options& options);
+int RunEntra(const Options& options);
 
 #endif  // VANTREL_EXAMPLES_SIGNIN_FLOWS_H_

@@ -70,20 +70,6 @@ void LogToStderr(Vantrel::Auth::VantrelAuthLogLevel level, const char* message) 
                message);
 }
 
-// Reads a text of any length through the library's buffer protocol: a buffer
-// that is too small comes back empty, with the size needed in `size`.
-template <typename Getter>
-std::string ReadText(Getter getter) {
-  std::vector<char> buffer(256);
-  size_t size = buffer.size();
-  getter(buffer.data(), &size);
-  if (size > buffer.size()) {
-    buffer.resize(size);
-    getter(buffer.data(), &size);
-  }
-  return std::string(buffer.data());
-}
-
 std::string NetscapeCookieLine(const Cookie& cookie) {
   auto text = [](const char* value) { return std::string(value != nullptr ? value : ""); };
   std::string line;
@@ -106,16 +92,28 @@ int ExitStatusFor(AuthResult result) {
                                                 : kExitAuthResultBase + static_cast<int>(result);
 }
 
+int UsageError(const std::string& message) {
+  std::fprintf(stderr, "signin: %s\nTry 'signin --help'.\n", message.c_str());
+  return kExitUsage;
+}
+
+bool ReadSecretFile(const std::string& path, const char* what, std::string* secret,
+                    std::string* error) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) {
+    *error = std::string("cannot read ") + what + " file " + path + ": " + std::strerror(errno);
+    return false;
+  }
+  // Room up front, so that no growing copy of the secret is freed unwiped.
+  secret->reserve(1024);
+  std::getline(file, *secret);
+  StripLineEnd(secret);
+  return true;
+}
+
 bool ReadPassword(const Options& options, std::string* password, std::string* error) {
   if (!options.password_file.empty()) {
-    std::ifstream file(options.password_file, std::ios::binary);
-    if (!file) {
-      *error = "cannot read password file " + options.password_file + ": " + std::strerror(errno);
-      return false;
-    }
-    std::getline(file, *password);
-    StripLineEnd(password);
-    return true;
+    return ReadSecretFile(options.password_file, "password", password, error);
   }
   if (options.password_stdin) {
     if (!std::getline(std::cin, *password)) {
@@ -135,9 +133,9 @@ void WipePassword(std::string* password) {
   password->clear();
 }
 
-FlowSetup::FlowSetup(const Options& options) {
+FlowSetup::FlowSetup(const Options& options, bool read_password) {
   std::string error;
-  if (!ReadPassword(options, &password_, &error)) {
+  if (read_password && !ReadPassword(options, &password_, &error)) {
     std::fprintf(stderr, "signin: %s\n", error.c_str());
     exit_status_ = kExitHostError;
     return;
@@ -232,6 +230,24 @@ int FinishSignIn(const Options& options, const std::vector<const Cookie*>& cooki
                through.c_str(), options.user.c_str(), how.c_str(),
                options.cookie_jar.empty() ? "" : "; cookies in ", options.cookie_jar.c_str());
   return kExitOk;
+}
+
+bool WritePrivateFile(const std::string& path, const std::string& text, std::string* error) {
+  // mkstemp creates the file with mode 0600, and the rename keeps that mode.
+  std::string temporary = path + ".XXXXXX";
+  int fd = mkostemp(&temporary[0], O_CLOEXEC);
+  bool ok = fd >= 0;
+  for (size_t written = 0; ok && written < text.size();) {
+    ssize_t n = write(fd, text.data() + written, text.size() - written);
+    if (n < 0 && errno == EINTR) continue;
+    ok = n > 0;
+    if (ok) written += static_cast<size_t>(n);
+  }
+  if (fd >= 0 && close(fd) != 0) ok = false;
+  if (ok && std::rename(temporary.c_str(), path.c_str()) == 0) return true;
+  *error = "cannot write " + path + ": " + std::strerror(errno);
+  if (fd >= 0) unlink(temporary.c_str());
+  return false;
 }
 
 std::string ReadRstr(const AdfsImpl& authenticator) {

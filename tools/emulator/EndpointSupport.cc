@@ -1,10 +1,14 @@
 #include "emulator/EndpointSupport.h"
 
+#include <openssl/evp.h>
+#include <openssl/rand.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <random>
 #include <regex>
+#include <stdexcept>
 
 namespace Vantrel {
 namespace Emulation {
@@ -32,6 +36,91 @@ std::string RandomHex(size_t words) {
   for (size_t i = 0; i < words; ++i) {
     std::snprintf(part, sizeof(part), "%016llx", static_cast<unsigned long long>(random()));
     out += part;
+  }
+  return out;
+}
+
+std::string RandomBase64Url(size_t size) {
+  std::string bytes(size, '\0');
+  if (size > 0 && RAND_bytes(reinterpret_cast<unsigned char*>(&bytes[0]), static_cast<int>(size)) != 1) {
+    throw std::runtime_error("RAND_bytes failed");
+  }
+  return Base64UrlEncode(bytes);
+}
+
+std::string RandomGuid() {
+  unsigned char bytes[16];
+  if (RAND_bytes(bytes, sizeof bytes) != 1) throw std::runtime_error("RAND_bytes failed");
+  bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0f) | 0x40);  // version 4
+  bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3f) | 0x80);  // RFC 4122 variant
+  return GuidOf(std::string_view(reinterpret_cast<const char*>(bytes), sizeof bytes));
+}
+
+std::string GuidOf(std::string_view bytes) {
+  std::string out;
+  char part[3];
+  for (size_t i = 0; i < 16 && i < bytes.size(); ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) out += '-';
+    std::snprintf(part, sizeof part, "%02x", static_cast<unsigned char>(bytes[i]));
+    out += part;
+  }
+  return out;
+}
+
+std::string Base64UrlEncode(std::string_view bytes) {
+  std::string out(4 * ((bytes.size() + 2) / 3) + 1, '\0');
+  int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&out[0]),
+                               reinterpret_cast<const unsigned char*>(bytes.data()),
+                               static_cast<int>(bytes.size()));
+  out.resize(static_cast<size_t>(length));
+  while (!out.empty() && out.back() == '=') out.pop_back();
+  for (char& c : out) {
+    if (c == '+') c = '-';
+    if (c == '/') c = '_';
+  }
+  return out;
+}
+
+bool Base64UrlDecode(std::string_view text, std::string* bytes) {
+  if (text.size() % 4 == 1) return false;
+  std::string standard;
+  standard.reserve(text.size() + 3);
+  for (char c : text) {
+    bool plain = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
+    if (plain) {
+      standard += c;
+    } else if (c == '-') {
+      standard += '+';
+    } else if (c == '_') {
+      standard += '/';
+    } else {
+      return false;
+    }
+  }
+  size_t padding = (4 - standard.size() % 4) % 4;
+  standard.append(padding, '=');
+  std::string out(standard.size() / 4 * 3 + 1, '\0');
+  int length = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(&out[0]),
+                               reinterpret_cast<const unsigned char*>(standard.data()),
+                               static_cast<int>(standard.size()));
+  if (length < 0 || static_cast<size_t>(length) < padding) return false;
+  // EVP_DecodeBlock counts the zero bytes that stand for the padding.
+  out.resize(static_cast<size_t>(length) - padding);
+  *bytes = std::move(out);
+  return true;
+}
+
+std::string PercentEncode(std::string_view text) {
+  static const char kHex[] = "0123456789ABCDEF";
+  std::string out;
+  for (unsigned char c : text) {
+    if (std::isalnum(c) || c == '-' || c == '_' || c == '.' || c == '~') {
+      out += static_cast<char>(c);
+    } else {
+      out += '%';
+      out += kHex[c >> 4];
+      out += kHex[c & 15];
+    }
   }
   return out;
 }

@@ -1,6 +1,6 @@
 // What the emulated sites and token services share: reading what a client
-// sent, the SOAP fault SharePoint's web services answer with, and the FedAuth
-// sessions a site hands out.
+// sent, encodings and random values, the SOAP fault SharePoint's web services
+// answer with, and the FedAuth sessions a site hands out.
 #ifndef VANTREL_EMULATOR_ENDPOINT_SUPPORT_H_
 #define VANTREL_EMULATOR_ENDPOINT_SUPPORT_H_
 
@@ -21,6 +21,23 @@ std::string Lower(std::string text);
 
 // `words` random 64-bit words as 16 hex digits each.
 std::string RandomHex(size_t words);
+
+// Values that stand for secrets (tokens, codes) come from OpenSSL's generator,
+// as a real service's would: `size` random bytes, base64url-encoded.
+std::string RandomBase64Url(size_t size);
+// A random version-4 GUID, lower case: "xxxxxxxx-xxxx-4xxx-yxxx-xxxxxxxxxxxx".
+std::string RandomGuid();
+// 16 bytes (more are ignored) as a GUID in the same form.
+std::string GuidOf(std::string_view bytes);
+
+// Base64url without padding, as JSON Web Tokens and PKCE use it.
+std::string Base64UrlEncode(std::string_view bytes);
+// False for anything but the base64url alphabet without padding.
+bool Base64UrlDecode(std::string_view text, std::string* bytes);
+
+// Percent-encodes everything but the unreserved characters of RFC 3986, so
+// the result fits into a query or a form value.
+std::string PercentEncode(std::string_view text);
 
 // First capture of `pattern` in `text`, searched without regard to case and
 // across lines; "" when there is none. Good enough for the envelopes clients

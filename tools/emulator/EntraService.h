@@ -18,12 +18,18 @@
 //   GET  /{tenant}/oauth2/v2.0/authorize?...
 //       Signs an account in at once (login_hint, if it names one, else the
 //       first account) and answers 302 to redirect_uri?code=..&state=.., or
-//       ?error=..&error_description=.. for a request it refuses. A plain
-//       `curl -L` (or no redirect following at all) can play the browser.
+//       ?error=..&error_description=.. for a request it refuses. Until the
+//       redirect URI is known to be registered (unknown tenant or client,
+//       unregistered URI) a refusal is a 400 page naming the AADSTS code
+//       instead. A plain `curl -L` (or no redirect following at all) can
+//       play the browser.
 //   POST /_emulator/devicecode/approve   user_code=..&account=..
 //   POST /_emulator/devicecode/decline   user_code=..
 //       The user's side of the device-code flow: 200, or 404 for a user code
-//       nobody is waiting on.
+//       nobody is waiting on. approve takes the first account when account
+//       is left out.
+//   GET  /_emulator/devicecode/pending
+//       The user codes waiting, one a line, oldest first.
 //
 // {tenant} is the tenant's GUID, one of its domains, or "organizations"
 // (refused for client credentials, as the real service does). What the real

@@ -1,7 +1,6 @@
 #include "emulator/OnlineSite.h"
 
 #include <atomic>
-#include <cctype>
 #include <cstdio>
 #include <ctime>
 #include <utility>
@@ -18,21 +17,6 @@ const char kGetSiteAndWebAction[] =
 bool EndsWithIgnoreCase(const std::string& text, const std::string& tail) {
   return text.size() >= tail.size() &&
          EqualsIgnoreCase(std::string_view(text).substr(text.size() - tail.size()), tail);
-}
-
-std::string Encode(const std::string& text) {
-  static const char kHex[] = "0123456789ABCDEF";
-  std::string out;
-  for (unsigned char c : text) {
-    if (std::isalnum(c) || c == '-' || c == '_' || c == '.' || c == '~') {
-      out += static_cast<char>(c);
-    } else {
-      out += '%';
-      out += kHex[c >> 4];
-      out += kHex[c & 15];
-    }
-  }
-  return out;
 }
 
 Response SiteAndWeb(const OnlineSiteOptions& options, const Request& request) {
@@ -73,7 +57,7 @@ Response SignIn(const OnlineSiteOptions& options, const std::string& realm,
   Response response = Response::Redirect(302, "/");
   if (options.send_rtfa) {
     // rtFa is the tenant-wide cookie; this site only hands it out.
-    response.SetCookie("rtFa=" + Encode(token.user) + "IAAAAA; domain=sharepoint.com; path=/" +
+    response.SetCookie("rtFa=" + PercentEncode(token.user) + "IAAAAA; domain=sharepoint.com; path=/" +
                        secure + "; HttpOnly");
   }
   response.SetCookie("FedAuth=" + state->Issue(token.user) + "; path=/" + secure + "; HttpOnly");
@@ -99,7 +83,7 @@ Response Anonymous(const std::vector<ProbeHop>& chain, const Request& request) {
 std::string WreplyLocation(const std::string& realm) {
   return "https://login.microsoftonline.com/login.srf?wa=wsignin1.0&rpsnv=4&rver=6.7.6640.0"
          "&wp=MBI_SSL&wreply=" +
-         Encode(Encode(realm)) + "&lc=1033&id=500046&cbcxt=mai";
+         PercentEncode(PercentEncode(realm)) + "&lc=1033&id=500046&cbcxt=mai";
 }
 
 std::vector<ProbeHop> StandardChain(const std::string& host, const std::string& realm) {

@@ -8,6 +8,23 @@
 //                    [--online-site HOST]... [--online-bpos-site HOST]...
 //                    [--office365-account ADDRESS:PASSWORD]...
 //                    [--office365-federated ADDRESS:AUTHURL]...
+//                    [--entra-site HOST]... [--entra-tenant GUID]
+//                    [--entra-app CLIENT_ID]... [--entra-app-certificate CLIENT_ID:FILE]...
+//                    [--entra-app-secret CLIENT_ID:SECRET]... [--entra-app-confidential CLIENT_ID]...
+//                    [--entra-account NAME:PASSWORD]... [--entra-mfa-account NAME:PASSWORD]...
+//                    [--entra-token-lifetime SECONDS] [--entra-device-interval SECONDS]
+//
+// Any --entra-* flag installs Entra ID on login.microsoftonline.com (beside
+// the Office 365 sign-in service, if that is installed too). An application
+// named by --entra-app-certificate, --entra-app-secret or
+// --entra-app-confidential is registered if no --entra-app named it. The
+// user's side of the device-code flow is a control call through the proxy:
+//   POST https://login.microsoftonline.com/_emulator/devicecode/approve
+//        user_code=..&account=..   (account: the first one when left out)
+//   POST https://login.microsoftonline.com/_emulator/devicecode/decline
+//        user_code=..
+//   GET  https://login.microsoftonline.com/_emulator/devicecode/pending
+//        the user codes waiting, one a line, oldest first
 //
 // Serves until SIGTERM or SIGINT and exits 0. Prints one line per request:
 // method, host, target and status. --ready-file receives "http_port https_port"
@@ -19,10 +36,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "emulator/AdfsServer.h"
+#include "emulator/EntraCertificate.h"
+#include "emulator/EntraService.h"
 #include "emulator/FbaSite.h"
 #include "emulator/Office365Service.h"
 #include "emulator/OnlineSite.h"
@@ -52,6 +73,12 @@ struct Flags {
   Vantrel::Emulation::Office365ServiceOptions office365_service;
   bool office365_accounts_given = false;
   std::vector<Vantrel::Emulation::OnlineSiteOptions> online_sites;
+  // Entra ID comes with the first --entra-* flag.
+  bool entra = false;
+  Vantrel::Emulation::EntraServiceOptions entra_service;
+  std::vector<Vantrel::Emulation::EntraSiteOptions> entra_sites;
+  // Client id and the PEM file of its certificate, read once the flags are in.
+  std::vector<std::pair<std::string, std::string>> entra_certificate_files;
 };
 
 void Usage(const char* program) {
@@ -64,6 +91,12 @@ void Usage(const char* program) {
                "       [--online-site HOST]... [--online-bpos-site HOST]...\n"
                "       [--office365-account ADDRESS:PASSWORD]... "
                "[--office365-federated ADDRESS:AUTHURL]...\n"
+               "       [--entra-site HOST]... [--entra-tenant GUID]\n"
+               "       [--entra-app CLIENT_ID]... [--entra-app-certificate CLIENT_ID:FILE]...\n"
+               "       [--entra-app-secret CLIENT_ID:SECRET]... "
+               "[--entra-app-confidential CLIENT_ID]...\n"
+               "       [--entra-account NAME:PASSWORD]... [--entra-mfa-account NAME:PASSWORD]...\n"
+               "       [--entra-token-lifetime SECONDS] [--entra-device-interval SECONDS]\n"
                "  ports default to 0, which lets the system pick free ones\n",
                program);
 }
@@ -83,6 +116,79 @@ bool SplitAccount(const char* value, std::string* name, std::string* rest) {
   if (colon == nullptr || colon == value) return false;
   name->assign(value, colon);
   rest->assign(colon + 1);
+  return true;
+}
+
+bool ParseSeconds(const char* text, long* seconds) {
+  char* end = nullptr;
+  long value = std::strtol(text, &end, 10);
+  if (end == text || *end != '\0' || value < 0) return false;
+  *seconds = value;
+  return true;
+}
+
+// The application registered under `client_id`, registered now if need be.
+Vantrel::Emulation::EntraApplication* EntraApp(Flags* flags, const std::string& client_id) {
+  for (auto& application : flags->entra_service.applications) {
+    if (application.client_id == client_id) return &application;
+  }
+  flags->entra_service.applications.emplace_back();
+  flags->entra_service.applications.back().client_id = client_id;
+  return &flags->entra_service.applications.back();
+}
+
+// One --entra-* flag and its value; false for a value that doesn't parse.
+bool ParseEntraFlag(const std::string& flag, const char* value, Flags* flags) {
+  std::string name;
+  std::string rest;
+  flags->entra = true;
+  if (flag == "--entra-site") {
+    // A SharePoint Online site under its real host name, taking the
+    // service's bearer tokens.
+    Vantrel::Emulation::EntraSiteOptions site;
+    site.host = value;
+    flags->entra_sites.push_back(site);
+  } else if (flag == "--entra-tenant") {
+    flags->entra_service.tenant_id = value;
+  } else if (flag == "--entra-app" || flag == "--entra-app-confidential") {
+    if (*value == '\0') return false;
+    // Only --entra-app-confidential turns the flows off, in whatever order
+    // the two flags come.
+    Vantrel::Emulation::EntraApplication* application = EntraApp(flags, value);
+    if (flag == "--entra-app-confidential") application->public_client = false;
+  } else if (flag == "--entra-app-certificate") {
+    if (!SplitAccount(value, &name, &rest) || rest.empty()) return false;
+    EntraApp(flags, name);
+    flags->entra_certificate_files.emplace_back(name, rest);
+  } else if (flag == "--entra-app-secret") {
+    if (!SplitAccount(value, &name, &rest) || rest.empty()) return false;
+    EntraApp(flags, name)->secret = rest;
+  } else if (flag == "--entra-account" || flag == "--entra-mfa-account") {
+    if (!SplitAccount(value, &name, &rest)) return false;
+    flags->entra_service.accounts.push_back({name, rest, flag == "--entra-mfa-account"});
+  } else if (flag == "--entra-token-lifetime") {
+    return ParseSeconds(value, &flags->entra_service.access_token_lifetime);
+  } else if (flag == "--entra-device-interval") {
+    return ParseSeconds(value, &flags->entra_service.device_code_interval);
+  } else {
+    return false;
+  }
+  return true;
+}
+
+// Reads the certificates that --entra-app-certificate named; false, with the
+// reason on standard error, for a file that can't be read or holds none.
+bool ReadEntraCertificates(Flags* flags) {
+  for (const auto& entry : flags->entra_certificate_files) {
+    std::ifstream in(entry.second, std::ios::binary);
+    std::string pem((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (!in.good() && !in.eof()) pem.clear();
+    if (Vantrel::Emulation::EntraCertificate::FromPem(pem) == nullptr) {
+      std::fprintf(stderr, "cannot read a PEM certificate from %s\n", entry.second.c_str());
+      return false;
+    }
+    EntraApp(flags, entry.first)->certificate_pem = pem;
+  }
   return true;
 }
 
@@ -152,6 +258,8 @@ bool ParseFlags(int argc, char** argv, Flags* flags) {
         account.auth_url = rest;
       }
       flags->office365_service.accounts[name] = account;
+    } else if (flag.compare(0, 8, "--entra-") == 0) {
+      if (!ParseEntraFlag(flag, value, flags)) return false;
     } else {
       // Flags that install endpoint families (sites, token services) go here.
       return false;
@@ -181,6 +289,12 @@ void InstallEndpoints(const Flags& flags, Emulator* emulator) {
       Vantrel::Emulation::InstallOnlineSite(emulator, site, state);
     }
   }
+  if (flags.entra) {
+    auto state = Vantrel::Emulation::InstallEntraService(emulator, flags.entra_service);
+    for (const auto& site : flags.entra_sites) {
+      Vantrel::Emulation::InstallEntraSite(emulator, site, state);
+    }
+  }
 }
 
 bool WriteWhole(const std::string& path, const std::string& content) {
@@ -208,6 +322,7 @@ int main(int argc, char** argv) {
     Usage(argv[0]);
     return 2;
   }
+  if (!ReadEntraCertificates(&flags)) return 1;
 
   // Blocked before any thread exists, so every server thread inherits the mask
   // and the signals wait for sigwait below.
