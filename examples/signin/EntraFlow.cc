@@ -303,7 +303,7 @@ int FinishEntra(const Options& options, Flow flow, const EntraId& entra) {
 }  // namespace
 
 int RunEntra(const Options& options) {
-  Flow flow;
+  Flow flow = Flow::kSilent;
   std::string problem = ChooseFlow(options, &flow);
   if (!problem.empty()) return UsageError(problem);
   FlowSetup setup(options, flow == Flow::kPassword);
