@@ -720,6 +720,8 @@ class EntraIdState {
   bool site_check = true;
   long browser_timeout = kDefaultBrowserTimeout;
   TokenCache cache;
+  // The last certificate and key, parsed: given again, they are not parsed again.
+  ClientAssertion assertion;
   // Tenants found from sites, by the site's host: asked once per host.
   std::map<std::string, std::string> tenants_by_host;
 
@@ -849,12 +851,11 @@ AuthResult EntraId::AuthenticateWithCertificate(const char* site, const char* ce
     return EntraIdState::Fail(&attempt, kAuthResultInvalidInput, "No certificate file given.");
   }
   // The key and its certificate are checked before anything is sent.
-  ClientAssertion assertion;
   std::string why;
-  AuthResult loaded = assertion.LoadFiles(
+  AuthResult loaded = state_->assertion.LoadFiles(
       certificate_file, IsMissing(key_file) ? nullptr : key_file, key_password, &why);
   if (loaded != kAuthResultOk) return EntraIdState::Fail(&attempt, loaded, why);
-  return state_->SignInWithAssertion(&attempt, assertion);
+  return state_->SignInWithAssertion(&attempt, state_->assertion);
 }
 
 AuthResult EntraId::AuthenticateWithCertificateData(const char* site, const char* certificate,
@@ -873,12 +874,11 @@ AuthResult EntraId::AuthenticateWithCertificateData(const char* site, const char
   if (certificate == nullptr || certificate_size == 0) {
     return EntraIdState::Fail(&attempt, kAuthResultInvalidInput, "No certificate given.");
   }
-  ClientAssertion assertion;
   std::string why;
-  AuthResult loaded = assertion.LoadData(
+  AuthResult loaded = state_->assertion.LoadData(
       certificate, certificate_size, key_size > 0 ? key : nullptr, key_size, key_password, &why);
   if (loaded != kAuthResultOk) return EntraIdState::Fail(&attempt, loaded, why);
-  return state_->SignInWithAssertion(&attempt, assertion);
+  return state_->SignInWithAssertion(&attempt, state_->assertion);
 }
 
 AuthResult EntraId::AuthenticateWithClientSecret(const char* site, const char* client_secret) {
@@ -1051,7 +1051,15 @@ AuthResult EntraId::AuthenticateSilent(const char* site, const char* account) {
   const TokenCacheKey key = state_->CacheKey(attempt, account != nullptr ? account : "");
 
   // A token that still serves answers at once: no request, no site check.
-  std::vector<TokenCacheEntry> usable = state_->cache.FindUsable(key, std::time(nullptr));
+  const time_t now = std::time(nullptr);
+  std::vector<TokenCacheEntry> usable = state_->cache.FindUsable(key, now);
+  if (usable.empty() && key.account.empty() && state_->scope.empty()) {
+    // A service that signed in with its certificate or secret finds its
+    // app-only token under the app-only scope; it has no refresh token.
+    TokenCacheKey app_only = key;
+    app_only.scope = "https://" + attempt.host + "/.default";
+    usable = state_->cache.FindUsable(app_only, now);
+  }
   if (!usable.empty() && !key.account.empty()) {
     state_->TakeCached(usable.front());
     return kAuthResultOk;

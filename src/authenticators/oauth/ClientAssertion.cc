@@ -224,6 +224,29 @@ bool SignSha256(EVP_PKEY* key, bool pss, std::string_view input, std::string* si
   return ok;
 }
 
+// SHA-256 over every input, each preceded by its length, so that no two
+// different inputs run together into the same bytes. "" when hashing fails.
+std::string InputDigest(std::string_view certificate, bool has_key, std::string_view key,
+                        const char* password) {
+  EVP_MD_CTX* context = EVP_MD_CTX_new();
+  bool ok = context != nullptr && EVP_DigestInit_ex(context, EVP_sha256(), nullptr) == 1;
+  auto add = [&](std::string_view part) {
+    uint64_t size = part.size();
+    ok = ok && EVP_DigestUpdate(context, &size, sizeof(size)) == 1 &&
+         EVP_DigestUpdate(context, part.data(), part.size()) == 1;
+  };
+  add(certificate);
+  add(has_key ? std::string_view("key") : std::string_view("bundle"));
+  add(key);
+  add(password != nullptr ? std::string_view("password") : std::string_view("none"));
+  add(password != nullptr ? std::string_view(password) : std::string_view());
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned int length = 0;
+  ok = ok && EVP_DigestFinal_ex(context, digest, &length) == 1;
+  EVP_MD_CTX_free(context);
+  return ok ? std::string(reinterpret_cast<char*>(digest), length) : std::string();
+}
+
 }  // namespace
 
 ClientAssertion::ClientAssertion() : keys_(nullptr) {}
@@ -237,41 +260,42 @@ AuthResult ClientAssertion::LoadFiles(const char* certificate_file, const char* 
   Logger::LogFormat(kLogLevelDebug,
                     "ClientAssertion::LoadFiles - certificate file %s, key file %s, password %s",
                     certificate_file, key_file, YesNo(password != nullptr), nullptr, nullptr);
-  // A failed load leaves nothing loaded: signing on with an older key would
-  // hide the failure.
-  delete keys_;
-  keys_ = nullptr;
-  x5t_s256_.clear();
-  x5t_.clear();
-  if (certificate_file == nullptr || certificate_file[0] == '\0') {
-    return Refuse(detail, "No certificate file was given.");
-  }
-  if (key_file != nullptr && key_file[0] == '\0') return Refuse(detail, "No key file was given.");
-
-  Keys* keys = new Keys();
   SecretString certificate_bytes;
   SecretString key_bytes;
-  AuthResult result;
-  if (key_file == nullptr) {
-    result = ReadWholeFile(certificate_file, "PKCS#12", &certificate_bytes, detail);
-    if (result == kAuthResultOk) {
-      result = ReadPkcs12({certificate_bytes.view(), certificate_file}, password, &keys->key,
-                          &keys->certificate, detail);
-    }
+  AuthResult result = kAuthResultOk;
+  if (certificate_file == nullptr || certificate_file[0] == '\0') {
+    result = Refuse(detail, "No certificate file was given.");
+  } else if (key_file != nullptr && key_file[0] == '\0') {
+    result = Refuse(detail, "No key file was given.");
   } else {
-    result = ReadWholeFile(certificate_file, "certificate", &certificate_bytes, detail);
-    if (result == kAuthResultOk) result = ReadWholeFile(key_file, "key", &key_bytes, detail);
-    if (result == kAuthResultOk) {
-      result =
-          ReadPemPair({certificate_bytes.view(), certificate_file}, {key_bytes.view(), key_file},
-                      password, &keys->key, &keys->certificate, detail);
+    const char* what = key_file == nullptr ? "PKCS#12" : "certificate";
+    result = ReadWholeFile(certificate_file, what, &certificate_bytes, detail);
+    if (result == kAuthResultOk && key_file != nullptr) {
+      result = ReadWholeFile(key_file, "key", &key_bytes, detail);
     }
+  }
+  if (result != kAuthResultOk) {
+    Unload();
+    return result;
+  }
+  std::string digest = InputDigest(certificate_bytes.view(), key_file != nullptr,
+                                   key_bytes.view(), password);
+  if (IsLoadedFrom(digest)) return kAuthResultOk;
+  Unload();
+
+  Keys* keys = new Keys();
+  if (key_file == nullptr) {
+    result = ReadPkcs12({certificate_bytes.view(), certificate_file}, password, &keys->key,
+                        &keys->certificate, detail);
+  } else {
+    result = ReadPemPair({certificate_bytes.view(), certificate_file}, {key_bytes.view(), key_file},
+                         password, &keys->key, &keys->certificate, detail);
   }
   if (result != kAuthResultOk) {
     delete keys;
     return result;
   }
-  return Adopt(keys, detail);
+  return Adopt(keys, digest, detail);
 }
 
 AuthResult ClientAssertion::LoadData(const char* certificate, size_t certificate_size,
@@ -281,35 +305,55 @@ AuthResult ClientAssertion::LoadData(const char* certificate, size_t certificate
                     "ClientAssertion::LoadData - certificate %s, key %s, password %s",
                     YesNo(certificate != nullptr), YesNo(key != nullptr),
                     YesNo(password != nullptr), nullptr, nullptr);
-  delete keys_;
-  keys_ = nullptr;
-  x5t_s256_.clear();
-  x5t_.clear();
   const char* what = key == nullptr ? "PKCS#12 bundle" : "certificate";
   AuthResult result = CheckSize(certificate == nullptr ? 0 : certificate_size, what, detail);
-  if (result == kAuthResultOk && key != nullptr)
+  if (result == kAuthResultOk && key != nullptr) {
     result = CheckSize(key_size, "private key", detail);
-  if (result != kAuthResultOk) return result;
+  }
+  if (result != kAuthResultOk) {
+    Unload();
+    return result;
+  }
+  std::string_view certificate_bytes(certificate, certificate_size);
+  std::string_view key_bytes = key != nullptr ? std::string_view(key, key_size) : std::string_view();
+  std::string digest = InputDigest(certificate_bytes, key != nullptr, key_bytes, password);
+  if (IsLoadedFrom(digest)) return kAuthResultOk;
+  Unload();
 
   Keys* keys = new Keys();
-  Source certificate_source{std::string_view(certificate, certificate_size),
-                            std::string("(the ") + what + " given in memory)"};
+  Source certificate_source{certificate_bytes, std::string("(the ") + what + " given in memory)"};
   if (key == nullptr) {
     result = ReadPkcs12(certificate_source, password, &keys->key, &keys->certificate, detail);
   } else {
-    result = ReadPemPair(certificate_source,
-                         {std::string_view(key, key_size), "(the key given in memory)"}, password,
+    result = ReadPemPair(certificate_source, {key_bytes, "(the key given in memory)"}, password,
                          &keys->key, &keys->certificate, detail);
   }
   if (result != kAuthResultOk) {
     delete keys;
     return result;
   }
-  return Adopt(keys, detail);
+  return Adopt(keys, digest, detail);
+}
+
+// A failed load leaves nothing loaded: signing on with an older key would
+// hide the failure.
+void ClientAssertion::Unload() {
+  delete keys_;
+  keys_ = nullptr;
+  x5t_s256_.clear();
+  x5t_.clear();
+  loaded_digest_.clear();
+}
+
+// Parsing a key, and OpenSSL's first signature with it (its blinding and
+// Montgomery set-up), cost far more than a signature: the same bytes and
+// password given again reuse what is loaded.
+bool ClientAssertion::IsLoadedFrom(const std::string& digest) const {
+  return keys_ != nullptr && !digest.empty() && digest == loaded_digest_;
 }
 
 // Takes `keys` over; keeps them only if Entra ID could accept them.
-AuthResult ClientAssertion::Adopt(Keys* keys, std::string* detail) {
+AuthResult ClientAssertion::Adopt(Keys* keys, const std::string& digest, std::string* detail) {
   AuthResult result = kAuthResultOk;
   int bits = EVP_PKEY_get_bits(keys->key);
   if (X509_check_private_key(keys->certificate, keys->key) != 1) {
@@ -335,6 +379,7 @@ AuthResult ClientAssertion::Adopt(Keys* keys, std::string* detail) {
     return result;
   }
   keys_ = keys;
+  loaded_digest_ = digest;
   std::string bit_text = std::to_string(bits);
   Logger::LogFormat(
       kLogLevelDebug,

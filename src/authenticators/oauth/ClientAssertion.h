@@ -29,7 +29,8 @@ class ClientAssertion {
   // `password` (null for none). kAuthResultInvalidInput with a detail naming
   // the file and what is wrong: unreadable, not a certificate or key, wrong
   // password, key and certificate that don't belong together, not an RSA
-  // key, an RSA key under 2048 bits.
+  // key, an RSA key under 2048 bits. Loading the very bytes and password
+  // that are loaded already keeps them as they are, parsed.
   AuthResult LoadFiles(const char* certificate_file, const char* key_file, const char* password,
                        std::string* detail);
   // The same from memory: PEM texts, or with `key` null PKCS#12 bytes in
@@ -51,11 +52,15 @@ class ClientAssertion {
 
  private:
   struct Keys;
-  AuthResult Adopt(Keys* keys, std::string* detail);
+  AuthResult Adopt(Keys* keys, const std::string& digest, std::string* detail);
+  void Unload();
+  bool IsLoadedFrom(const std::string& digest) const;
 
   Keys* keys_;
   std::string x5t_s256_;
   std::string x5t_;
+  // SHA-256 of the bytes and password the keys were loaded from.
+  std::string loaded_digest_;
 };
 
 }  // namespace Auth
