@@ -22,7 +22,7 @@ void WipeString(std::string* text) {
   text->clear();
 }
 
-SecretString::SecretString() { KeepOnHeap(); }
+SecretString::SecretString() {}
 
 SecretString::SecretString(std::string_view text) {
   KeepOnHeap();
@@ -75,8 +75,11 @@ void SecretString::Append(char c) {
 }
 
 void SecretString::Clear() {
-  // Also the bytes behind the end that a shorter text left in the buffer.
-  if (text_.capacity() > 0) WipeMemory(&text_[0], text_.capacity());
+  // Every way to shorten the text passes through here, so an empty text
+  // stands in a buffer that was wiped whole already. A text that is there
+  // is wiped with the bytes behind its end, which a longer one may have left.
+  if (text_.empty()) return;
+  WipeMemory(&text_[0], text_.capacity());
   text_.clear();
 }
 
