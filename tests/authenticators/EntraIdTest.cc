@@ -398,7 +398,9 @@ TEST_F(EntraIdTest, DeviceCodeWaits) {
       {"deadline", [&] { emulator_.Enqueue(Response::Text(200, R"({"device_code":"d","user_code":"U1","verification_uri":"v","expires_in":1,"interval":1,"message":"m"})", "application/json")); },
        nullptr, true, kAuthResultTimedOut, kExpired, 1, 2},
       {"prompt says no", nullptr, nullptr, false, kAuthResultCancelled, "The device-code callback ended the sign-in.", 0, 1},
-      {"cancel", nullptr, [&](const std::string&) { std::this_thread::sleep_for(std::chrono::milliseconds(1500)); engine_->Cancel(); },
+      // Cancelled in the 6 s wait that slow_down asked for.
+      {"cancel", [&] { entra_->FailNextToken({400, "slow_down", 0, ""}); },
+       [&](const std::string&) { std::this_thread::sleep_for(std::chrono::milliseconds(1500)); engine_->Cancel(); },
        true, kAuthResultCancelled, "The sign-in was cancelled.", 1.5, 2.5},
   };
   for (const auto& row : rows) {
@@ -446,7 +448,7 @@ TEST_F(EntraIdTest, BrowserSignIns) {
   };
   const struct { const char* name; std::function<void(const std::string&)> act; bool answer; AuthResult result; std::string detail; } rows[] = {
       {"ok", deliver(same), true, kAuthResultOk, ""},
-      {"wrong state", deliver(replace("state=", "?state=x")), true, kAuthResultAuthFailed,
+      {"wrong state", deliver([](std::string to) { return to.replace(to.find("state="), 6, "state=x"); }), true, kAuthResultAuthFailed,
        "The browser's redirect carried the wrong state; no token was requested."},
       {"error", deliver(replace("?", "?error=interaction_required&error_description=AADSTS50076%3A%20MFA.%0D%0ATrace%20ID%3A%201&")), true,
        kAuthResultInteractionRequired, "interaction_required: AADSTS50076: MFA."},
