@@ -30,16 +30,16 @@ void Look(const std::vector<TokenCacheEntry>& entries) {
     any.tenant.clear();
     any.account.clear();
     for (time_t now : {probe.cached_at, probe.expires_on - probe.expires_on / 2}) {
-      const std::vector<TokenCacheEntry> found = cache.FindUsable(any, now);
+      const TokenCache::Found found = cache.FindUsable(any, now);
       for (size_t i = 0; i < found.size(); ++i) {
-        const TokenCacheEntry& entry = found[i];
+        const TokenCacheEntry& entry = *found[i];
         const __int128 left = static_cast<__int128>(entry.expires_on) - now;
         if (entry.access_token.empty() || entry.cached_at > now || left <= TokenCache::kExpiryMargin) std::abort();
-        if (i > 0 && found[i - 1].cached_at < entry.cached_at) std::abort();
+        if (i > 0 && found[i - 1]->cached_at < entry.cached_at) std::abort();
       }
     }
-    for (const TokenCacheEntry& entry : cache.FindRefreshable(any)) {
-      if (entry.refresh_token.empty()) std::abort();
+    for (const TokenCacheEntry* entry : cache.FindRefreshable(any)) {
+      if (entry->refresh_token.empty()) std::abort();
     }
   }
 }

@@ -252,12 +252,11 @@ bool Pause(const Cancellation* cancellation, Clock::duration duration) {
 }
 
 // Account names compare without regard to case, as the cache's keys do.
-bool NamesSeveralAccounts(const std::vector<TokenCacheEntry>& usable,
-                          const std::vector<TokenCacheEntry>& refreshable) {
+bool NamesSeveralAccounts(const TokenCache::Found& usable, const TokenCache::Found& refreshable) {
   std::set<std::string> accounts;
   for (const auto* entries : {&usable, &refreshable}) {
-    for (const TokenCacheEntry& entry : *entries) {
-      std::string account = entry.key.account;
+    for (const TokenCacheEntry* entry : *entries) {
+      std::string account = entry->key.account;
       for (char& c : account) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
       accounts.insert(account);
     }
@@ -1052,7 +1051,8 @@ AuthResult EntraId::AuthenticateSilent(const char* site, const char* account) {
 
   // A token that still serves answers at once: no request, no site check.
   const time_t now = std::time(nullptr);
-  std::vector<TokenCacheEntry> usable = state_->cache.FindUsable(key, now);
+  state_->cache.Reload();
+  TokenCache::Found usable = state_->cache.FindUsable(key, now);
   if (usable.empty() && key.account.empty() && state_->scope.empty()) {
     // A service that signed in with its certificate or secret finds its
     // app-only token under the app-only scope; it has no refresh token.
@@ -1061,15 +1061,15 @@ AuthResult EntraId::AuthenticateSilent(const char* site, const char* account) {
     usable = state_->cache.FindUsable(app_only, now);
   }
   if (!usable.empty() && !key.account.empty()) {
-    state_->TakeCached(usable.front());
+    state_->TakeCached(*usable.front());
     return kAuthResultOk;
   }
-  std::vector<TokenCacheEntry> refreshable = state_->cache.FindRefreshable(key);
+  TokenCache::Found refreshable = state_->cache.FindRefreshable(key);
   if (key.account.empty() && NamesSeveralAccounts(usable, refreshable)) {
     return EntraIdState::Fail(&attempt, kAuthResultInteractionRequired, kSeveralAccountsText);
   }
   if (!usable.empty()) {
-    state_->TakeCached(usable.front());
+    state_->TakeCached(*usable.front());
     return kAuthResultOk;
   }
   if (refreshable.empty()) {
@@ -1077,7 +1077,8 @@ AuthResult EntraId::AuthenticateSilent(const char* site, const char* account) {
   }
 
   // The newest refresh token, at the tenant it was issued for.
-  const TokenCacheEntry& entry = refreshable.front();
+  // A copy: the request below stores into the cache, which moves its entries.
+  const TokenCacheEntry entry = *refreshable.front();
   attempt.tenant = entry.key.tenant;
   attempt.token_url = EntraAuthority::EndpointUrl(attempt.authority, attempt.tenant, "token");
   FormBody form(attempt.transport);

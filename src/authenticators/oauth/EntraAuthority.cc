@@ -53,7 +53,11 @@ std::string EntraAuthority::ForSiteHost(std::string_view site_host) {
 std::string EntraAuthority::HostOf(std::string_view url) {
   const size_t scheme_end = url.find("://");
   if (scheme_end != std::string_view::npos) url.remove_prefix(scheme_end + 3);
-  std::string_view authority = url.substr(0, url.find_first_of("/?#"));
+  // A plain scan: find_first_of asks memchr once per character, and every
+  // silent sign-in comes through here.
+  size_t end = 0;
+  while (end < url.size() && url[end] != '/' && url[end] != '?' && url[end] != '#') ++end;
+  std::string_view authority = url.substr(0, end);
   const size_t at = authority.rfind('@');
   if (at != std::string_view::npos) authority.remove_prefix(at + 1);
   size_t host_end;

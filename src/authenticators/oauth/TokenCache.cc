@@ -88,14 +88,14 @@ void Put(std::vector<TokenCacheEntry>* entries, const TokenCacheEntry& entry) {
 }
 
 template <typename Predicate>
-std::vector<TokenCacheEntry> Select(const std::vector<TokenCacheEntry>& entries,
-                                    const TokenCacheKey& key, Predicate wanted) {
-  std::vector<TokenCacheEntry> found;
+TokenCache::Found Select(const std::vector<TokenCacheEntry>& entries, const TokenCacheKey& key,
+                         Predicate wanted) {
+  TokenCache::Found found;
   for (const TokenCacheEntry& entry : entries) {
-    if (Matches(key, entry.key) && wanted(entry)) found.push_back(entry);
+    if (Matches(key, entry.key) && wanted(entry)) found.push_back(&entry);
   }
-  std::stable_sort(found.begin(), found.end(), [](const TokenCacheEntry& a, const TokenCacheEntry& b) {
-    return a.cached_at > b.cached_at;
+  std::stable_sort(found.begin(), found.end(), [](const TokenCacheEntry* a, const TokenCacheEntry* b) {
+    return a->cached_at > b->cached_at;
   });
   return found;
 }
@@ -306,13 +306,11 @@ bool ReplaceFile(const std::string& file, const SecretString& text, int* error) 
 
 void TokenCache::SetFile(std::string_view path) { file_.assign(path.data(), path.size()); }
 
-std::vector<TokenCacheEntry> TokenCache::FindUsable(const TokenCacheKey& key, time_t now) {
-  SyncFromFile();
+TokenCache::Found TokenCache::FindUsable(const TokenCacheKey& key, time_t now) const {
   return Select(entries_, key, [now](const TokenCacheEntry& entry) { return Serves(entry, now); });
 }
 
-std::vector<TokenCacheEntry> TokenCache::FindRefreshable(const TokenCacheKey& key) {
-  SyncFromFile();
+TokenCache::Found TokenCache::FindRefreshable(const TokenCacheKey& key) const {
   return Select(entries_, key, [](const TokenCacheEntry& entry) { return !entry.refresh_token.empty(); });
 }
 
@@ -344,7 +342,7 @@ bool TokenCache::Store(const TokenCacheEntry& entry, std::string* warning) {
   return false;
 }
 
-void TokenCache::SyncFromFile() {
+void TokenCache::Reload() {
   if (file_.empty()) return;
   FileLock lock(file_, LOCK_SH);
   // Without a lock (a folder we may not write in) the read is still whole:

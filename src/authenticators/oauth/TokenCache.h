@@ -50,16 +50,24 @@ class TokenCache {
   // Seconds before expiry from which an access token no longer serves.
   static constexpr time_t kExpiryMargin = 300;
 
-  // "" keeps tokens in memory only. The file is read at the next lookup.
+  // "" keeps tokens in memory only. The file is read at the next Reload.
   void SetFile(std::string_view path);
   const std::string& file() const { return file_; }
 
+  // With a file, reads it and merges its entries over memory's (another
+  // process may have written it); without one, does nothing. A lookup
+  // that wants what other processes stored calls this first.
+  void Reload();
+
+  // Lookups answer with pointers into the cache, valid until the next
+  // Reload, Store or SetFile: a hit copies no token.
+  using Found = std::vector<const TokenCacheEntry*>;
+
   // The entries matching `key` (tenant "" and account "" match any) whose
-  // access token still serves at `now`, newest first (by cached_at). With a
-  // file, the file is read first and its entries merged over memory's.
-  std::vector<TokenCacheEntry> FindUsable(const TokenCacheKey& key, time_t now);
+  // access token still serves at `now`, newest first (by cached_at).
+  Found FindUsable(const TokenCacheKey& key, time_t now) const;
   // The entries matching `key` that hold a refresh token, newest first.
-  std::vector<TokenCacheEntry> FindRefreshable(const TokenCacheKey& key);
+  Found FindRefreshable(const TokenCacheKey& key) const;
 
   // Adds or replaces the entry with exactly this key, in memory and, with a
   // file, in the file; the file's entries of other keys stay as they are.
@@ -76,8 +84,6 @@ class TokenCache {
   static SecretString SerializeFile(const std::vector<TokenCacheEntry>& entries);
 
  private:
-  // Reads the file under a shared lock and merges it into memory.
-  void SyncFromFile();
   // The file's entries; none for a missing file, and none with a warning in
   // the log for one that is not a readable cache file. The caller holds the lock.
   std::vector<TokenCacheEntry> Load() const;

@@ -35,10 +35,16 @@ TokenCacheEntry Entry(const std::string& account, const char* access, const char
 TokenCacheKey AnyAccount() { return Entry("", "", "", 0, 0, "").key; }
 
 // "c/a f/b": each entry's tenant initial and account, in the order given.
-std::string Accounts(const std::vector<TokenCacheEntry>& entries) {
+std::string Accounts(const TokenCache::Found& entries) {
   std::string text;
-  for (const auto& entry : entries) text += (text.empty() ? "" : " ") + entry.key.tenant.substr(0, 1) + "/" + entry.key.account;
+  for (const auto* entry : entries) text += (text.empty() ? "" : " ") + entry->key.tenant.substr(0, 1) + "/" + entry->key.account;
   return text;
+}
+
+std::string Accounts(const std::vector<TokenCacheEntry>& entries) {
+  TokenCache::Found found;
+  for (const auto& entry : entries) found.push_back(&entry);
+  return Accounts(found);
 }
 
 std::vector<TokenCacheEntry> OnDisk(const std::string& path) {
@@ -105,15 +111,21 @@ TEST_F(TokenCacheFileTest, AStoreReplacesItsKeyKeepsTheNewestRefreshTokenAndNoOt
       fresh.SetFile(file);
       ASSERT_TRUE((file.empty() ? memory : fresh).Store(entry, nullptr));
     };
-    auto find = [&] { return (file.empty() ? memory : reader).FindRefreshable(AnyAccount()); };
+    auto find = [&] {
+      TokenCache& cache = file.empty() ? memory : reader;
+      cache.Reload();
+      return cache.FindRefreshable(AnyAccount());
+    };
     store(Entry("a", "at1", "rt1", kNow - 20));
     store(Entry("b", "other", "rtb"));
     store(Entry("a", "at2", "", kNow - 10));  // an answer without a refresh token
-    ASSERT_EQ(Accounts(find()), "c/b c/a") << file;
-    EXPECT_EQ(std::tuple(find()[1].access_token.view(), find()[1].refresh_token.view()), std::tuple("at2", "rt1"));
+    TokenCache::Found found = find();
+    ASSERT_EQ(Accounts(found), "c/b c/a") << file;
+    EXPECT_EQ(std::tuple(found[1]->access_token.view(), found[1]->refresh_token.view()), std::tuple("at2", "rt1"));
     store(Entry("a", "at3", "rt3", kNow - 30));  // replaces even when the clock moved back
-    ASSERT_EQ(Accounts(find()), "c/b c/a");
-    EXPECT_EQ(find()[1].refresh_token.view(), "rt3");
+    found = find();
+    ASSERT_EQ(Accounts(found), "c/b c/a");
+    EXPECT_EQ(found[1]->refresh_token.view(), "rt3");
     if (file.empty()) { EXPECT_TRUE(fs::is_empty(folder_)); }
   }
 }
@@ -151,6 +163,7 @@ TEST_F(TokenCacheFileTest, AFileThatIsNotOursIsIgnoredAndRewrittenByTheNextStore
     ScopedLogCapture log(kLogLevelInfo);
     TokenCache cache;
     cache.SetFile(file_);
+    cache.Reload();
     EXPECT_TRUE(cache.FindUsable(AnyAccount(), kNow).empty()) << text;
     EXPECT_GE(log.IndexOf("TokenCache::Load - Ignoring unreadable token cache file: " + file_), 0) << text;
     ASSERT_TRUE(cache.Store(Entry("c", "at-c", "rt-c"), nullptr)) << text;
@@ -178,6 +191,7 @@ TEST_F(TokenCacheFileTest, FileAndLockAreTheOwnersAloneWhateverTheUmaskAndALinke
   cache.SetFile(file_);
   EXPECT_FALSE(cache.Store(Entry("b", "at", "rt"), nullptr));
   EXPECT_EQ(fs::status(folder_ + "/victim").permissions(), fs::perms(0640));
+  cache.Reload();
   EXPECT_EQ(Accounts(cache.FindUsable(AnyAccount(), kNow)), "c/b c/a");  // a failed write still serves from memory
 }
 
