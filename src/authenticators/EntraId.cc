@@ -63,6 +63,7 @@ const char kVerboseJsonType[] = "application/json;odata=verbose";
 const char kAssertionType[] = "urn:ietf:params:oauth:client-assertion-type:jwt-bearer";
 const char kDeviceCodeGrant[] = "urn:ietf:params:oauth:grant-type:device_code";
 const char kUserScopeTail[] = " offline_access openid profile";
+const char kBearerPrefix[] = "Bearer ";
 
 const char kCancelledText[] = "The sign-in was cancelled.";
 const char kNoTokenText[] = "The token endpoint answered without an access token.";
@@ -281,6 +282,7 @@ class EntraIdState {
     std::string site;         // as the host gave it
     std::string host;         // the site's host: the resource the token is for
     std::string authority;    // "https://login.microsoftonline.com"
+    std::string authority_host;  // "login.microsoftonline.com"
     std::string tenant;       // as it goes into the endpoint URLs
     std::string tenant_guid;  // found from the site, now or at an earlier attempt
     std::string scope;
@@ -365,9 +367,23 @@ class EntraIdState {
 
   // What Locate finds without a request: the tenant stays "" when it was
   // neither set nor found before.
-  void LocateKnown(Attempt* attempt) const {
-    attempt->authority =
-        !authority.empty() ? authority : EntraAuthority::ForSiteHost(attempt->host);
+  void LocateKnown(Attempt* attempt) {
+    if (!authority.empty()) {
+      attempt->authority = authority;
+    } else {
+      // Worked out once per site host: a silent sign-in comes through here
+      // every time.
+      if (derived_for_host != attempt->host) {
+        derived_authority = EntraAuthority::ForSiteHost(attempt->host);
+        derived_for_host = attempt->host;
+      }
+      attempt->authority = derived_authority;
+    }
+    if (authority_host_of != attempt->authority) {
+      authority_host = EntraAuthority::HostOf(attempt->authority);
+      authority_host_of = attempt->authority;
+    }
+    attempt->authority_host = authority_host;
     if (tenant.empty()) {
       auto known = tenants_by_host.find(attempt->host);
       if (known != tenants_by_host.end()) attempt->tenant_guid = known->second;
@@ -533,7 +549,7 @@ class EntraIdState {
   void Store(Attempt* attempt, const SecretString& refresh_token, time_t now) {
     TokenCacheEntry entry;
     entry.key = CacheKey(*attempt, account);
-    entry.access_token = access_token;
+    entry.access_token.Assign(AccessToken());
     entry.refresh_token = refresh_token;
     entry.expires_on = expires_on;
     entry.cached_at = now;
@@ -547,7 +563,7 @@ class EntraIdState {
 
   TokenCacheKey CacheKey(const Attempt& attempt, const std::string& for_account) const {
     TokenCacheKey key;
-    key.authority_host = EntraAuthority::HostOf(attempt.authority);
+    key.authority_host = attempt.authority_host;
     key.tenant = attempt.tenant;
     key.client_id = client_id;
     key.account = for_account;
@@ -559,8 +575,7 @@ class EntraIdState {
 
   void SetResults(const SecretString& token, time_t expiry, const std::string& tenant_guid,
                   const std::string& account_name) {
-    access_token = token;
-    header.Assign("Bearer ");
+    header.Assign(kBearerPrefix);
     header.Append(token.view());
     expires_on = expiry;
     tenant_id = tenant_guid;
@@ -572,8 +587,12 @@ class EntraIdState {
                FirstNonEmpty(entry.tenant_id, entry.key.tenant), entry.key.account);
   }
 
+  // The token is the header's tail: one copy to keep, and one to wipe.
+  const char* AccessToken() const {
+    return header.empty() ? "" : header.c_str() + sizeof(kBearerPrefix) - 1;
+  }
+
   void ClearResults() {
-    access_token.Clear();
     header.Clear();
     expires_on = 0;
     tenant_id.clear();
@@ -721,12 +740,17 @@ class EntraIdState {
   TokenCache cache;
   // The last certificate and key, parsed: given again, they are not parsed again.
   ClientAssertion assertion;
+  // The authority chosen by the last site host, and the host of the last
+  // authority: kept so that a lookup needn't take URLs apart again.
+  std::string derived_for_host;
+  std::string derived_authority;
+  std::string authority_host_of;
+  std::string authority_host;
   // Tenants found from sites, by the site's host: asked once per host.
   std::map<std::string, std::string> tenants_by_host;
 
   // --- results of the last attempt -----------------------------------------------
-  SecretString access_token;
-  SecretString header;  // "Bearer TOKEN"
+  SecretString header;  // "Bearer TOKEN"; the access token is its tail
   time_t expires_on = 0;
   std::string tenant_id;
   std::string account;
@@ -1047,7 +1071,7 @@ AuthResult EntraId::AuthenticateSilent(const char* site, const char* account) {
   if (valid != kAuthResultOk) return valid;
   // No discovery: an unknown tenant matches every cached one.
   state_->LocateKnown(&attempt);
-  const TokenCacheKey key = state_->CacheKey(attempt, account != nullptr ? account : "");
+  TokenCacheKey key = state_->CacheKey(attempt, account != nullptr ? account : "");
 
   // A token that still serves answers at once: no request, no site check.
   const time_t now = std::time(nullptr);
@@ -1056,9 +1080,9 @@ AuthResult EntraId::AuthenticateSilent(const char* site, const char* account) {
   if (usable.empty() && key.account.empty() && state_->scope.empty()) {
     // A service that signed in with its certificate or secret finds its
     // app-only token under the app-only scope; it has no refresh token.
-    TokenCacheKey app_only = key;
-    app_only.scope = "https://" + attempt.host + "/.default";
-    usable = state_->cache.FindUsable(app_only, now);
+    key.scope = "https://" + attempt.host + "/.default";
+    usable = state_->cache.FindUsable(key, now);
+    key.scope = attempt.scope;
   }
   if (!usable.empty() && !key.account.empty()) {
     state_->TakeCached(*usable.front());
@@ -1099,7 +1123,7 @@ AuthResult EntraId::AuthenticateSilent(const char* site, const char* account) {
 // --- results -----------------------------------------------------------------------
 
 AuthResult EntraId::GetAccessToken(char* buffer, size_t* size) const {
-  CopyOut(buffer, size, state_->access_token.c_str());
+  CopyOut(buffer, size, state_->AccessToken());
   return kAuthResultOk;
 }
 
