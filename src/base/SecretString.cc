@@ -56,7 +56,9 @@ SecretString& SecretString::operator=(SecretString&& other) noexcept {
   return *this;
 }
 
-SecretString::~SecretString() { Clear(); }
+// A text that is there lives on the heap, and the allocator wipes every
+// buffer it takes back: wiping here as well would do it twice.
+SecretString::~SecretString() = default;
 
 void SecretString::Assign(std::string_view text) {
   Clear();

@@ -6,6 +6,7 @@
 #define VANTREL_AUTH_BASE_STRING_UTIL_H_
 
 #include <cstddef>
+#include <string_view>
 
 namespace Vantrel {
 namespace Auth {
@@ -33,6 +34,10 @@ char* StrDup(const char* source);
 // A null buffer counts as no room, so a caller may ask for the size first with
 // (nullptr, &size = 0). A null `size` does nothing.
 void CopyOut(char* buffer, size_t* size, const char* source);
+
+// Whether `text` equals `lower` (given in lower case) without regard to the
+// case of ASCII letters: header names, schemes, tenant words.
+bool EqualsIgnoringCase(std::string_view text, std::string_view lower);
 
 // Decimal text of `value` as a new owned string.
 char* IntToText(int value);

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "base/StringUtil.h"
+
 namespace Vantrel {
 namespace Auth {
 namespace {
@@ -10,16 +12,6 @@ const char* const kFormSecrets[] = {"password",      "client_secret", "client_as
                                     "code_verifier", "refresh_token", "device_code"};
 const char* const kJsonSecrets[] = {"access_token", "refresh_token", "id_token", "device_code"};
 const char* const kCredentialHeaders[] = {"authorization", "proxy-authorization"};
-
-bool EqualsIgnoringCase(std::string_view text, std::string_view lower) {
-  if (text.size() != lower.size()) return false;
-  for (size_t i = 0; i < text.size(); ++i) {
-    char c = text[i];
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    if (c != lower[i]) return false;
-  }
-  return true;
-}
 
 bool IsFormSecret(std::string_view name) {
   for (const char* secret : kFormSecrets) {
