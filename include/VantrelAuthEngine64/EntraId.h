@@ -103,8 +103,10 @@ class VANTREL_AUTH_EXPORT EntraId : public AuthBase {
 
   // --- sign-in ---------------------------------------------------------------
   // `site` is the SharePoint site's address (https://HOST/...); the token is
-  // for HOST. All texts are copied; the key, password and secret are wiped
-  // from the library's memory before the call returns.
+  // for HOST. All texts are copied; the copies of passwords and secrets are
+  // wiped before the call returns. The certificate's key stays parsed (in
+  // OpenSSL's memory, cleansed when the EntraId goes) for the next sign-in
+  // with the same certificate, which then needn't parse it again.
 
   // App-only with the application's certificate. A PEM certificate file and
   // a PEM key file (`key_password` for an encrypted key, else null); or, with
