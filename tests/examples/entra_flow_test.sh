@@ -88,9 +88,10 @@ entra 19 "an MFA account can't sign in with a password" Autumn-77 --client-id "$
   --password-file "$work/mfa-password"
 
 # Device code: the user code comes from signin's standard error, approval from the emulator.
-# wait_for PID: its exit status, or 143 after killing it when 10 s weren't enough.
+# wait_for PID: its exit status, or 143 after killing it when 30 s weren't enough
+# (a sanitized build on a busy machine is slow, a hung one is not let off).
 wait_for() {
-  for _ in $(seq 200); do kill -0 "$1" 2>/dev/null || break; sleep 0.05; done
+  for _ in $(seq 600); do kill -0 "$1" 2>/dev/null || break; sleep 0.05; done
   kill "$1" 2>/dev/null
   wait "$1"
 }
@@ -99,7 +100,7 @@ start_device_code() {
     >"$work/out" 2>"$work/err" &
   signin_pid=$!
   user_code=""
-  for _ in $(seq 100); do
+  for _ in $(seq 600); do
     user_code=$(grep -oE 'code [A-Z0-9]{6,}' "$work/err" | head -1 | cut -d' ' -f2)
     [ -n "$user_code" ] && break
     sleep 0.05
@@ -114,6 +115,8 @@ wait_for "$signin_pid"
 check "... signin exits 0" test $? = 0
 check "... the site takes its header" site_takes
 start_device_code
+# Only once the instructions are out is signin waiting, with its handler in place.
+check "... a second device-code sign-in is waiting" test -n "$user_code"
 kill -INT "$signin_pid"
 wait_for "$signin_pid"
 check "device code: Ctrl-C during the wait exits 20" test $? = 20
