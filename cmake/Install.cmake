@@ -7,16 +7,19 @@ file(GLOB VANTREL_PUBLIC_HEADERS CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include
 set_property(GLOBAL PROPERTY VANTREL_PUBLIC_HEADERS
   "${PROJECT_SOURCE_DIR}/include/VantrelAuthEngine.h;${VANTREL_PUBLIC_HEADERS}")
 
+# Components follow the Debian split: `runtime` is the versioned shared object
+# alone, `dev` what building a host needs (headers, the unversioned link, the
+# CMake and pkg-config files), `signin` the example host (examples/signin).
 install(TARGETS VantrelAuthEngine64 EXPORT VantrelAuthEngine64Targets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES ${PROJECT_SOURCE_DIR}/include/VantrelAuthEngine.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(FILES ${VANTREL_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VantrelAuthEngine64)
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
+install(FILES ${PROJECT_SOURCE_DIR}/include/VantrelAuthEngine.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
+install(FILES ${VANTREL_PUBLIC_HEADERS}
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VantrelAuthEngine64 COMPONENT dev)
 
 install(EXPORT VantrelAuthEngine64Targets NAMESPACE Vantrel::
   FILE VantrelAuthEngine64Targets.cmake
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VantrelAuthEngine64)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VantrelAuthEngine64 COMPONENT dev)
 # The exported target is named AuthEngine64 under the Vantrel:: namespace.
 set_target_properties(VantrelAuthEngine64 PROPERTIES EXPORT_NAME AuthEngine64)
 
@@ -27,7 +30,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/VantrelAuthEngine64Config
   VERSION ${PROJECT_VERSION} COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/VantrelAuthEngine64Config.cmake
   ${PROJECT_BINARY_DIR}/VantrelAuthEngine64ConfigVersion.cmake
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VantrelAuthEngine64)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VantrelAuthEngine64 COMPONENT dev)
 
 # The .pc file finds the prefix from its own place, so that a tree installed
 # with `cmake --install --prefix` elsewhere, or moved, still works. Only the
@@ -46,4 +49,4 @@ endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/VantrelAuthEngine64.pc.in
   ${PROJECT_BINARY_DIR}/VantrelAuthEngine64.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/VantrelAuthEngine64.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)

@@ -261,7 +261,7 @@ class EntraIdState {
  public:
   // One attempt's working set.
   struct Attempt {
-    Attempt(const char* where, Audience audience) : where(where), audience(audience) {}
+    Attempt(const char* operation, Audience wanted) : where(operation), audience(wanted) {}
     const char* where;  // "EntraId::AuthenticateByUser", for the log lines
     Audience audience;
     NetworkConfig* config = nullptr;
@@ -457,13 +457,13 @@ class EntraIdState {
     // A site may send several challenges, in one header or in several.
     for (const HeaderNode* node = attempt->result->GetHeaders(); node != nullptr;
          node = node->next) {
-      const Header* header = node->header;
-      if (header == nullptr || header->name == nullptr || header->value == nullptr ||
-          !EqualsIgnoringCase(header->name, "www-authenticate")) {
+      const Header* line = node->header;
+      if (line == nullptr || line->name == nullptr || line->value == nullptr ||
+          !EqualsIgnoringCase(line->name, "www-authenticate")) {
         continue;
       }
       BearerChallenge challenge;
-      if (!BearerChallenge::Parse(header->value, &challenge)) continue;
+      if (!BearerChallenge::Parse(line->value, &challenge)) continue;
       std::string realm = challenge.Get("realm");
       if (!IsGuid(realm)) continue;
       Logger::LogFormat(kLogLevelDebug, "%s - Tenant: %s", attempt->where, realm.c_str(), nullptr,
@@ -592,13 +592,13 @@ class EntraIdState {
   // --- flows that share more than the frame ------------------------------------
 
   // Client credentials with an assertion signed by the loaded certificate.
-  AuthResult SignInWithAssertion(Attempt* attempt, const ClientAssertion& assertion) {
+  AuthResult SignInWithAssertion(Attempt* attempt, const ClientAssertion& signer) {
     AuthResult located = Locate(attempt);
     if (located != kAuthResultOk) return located;
     // Never reused: each request gets its own jti and times.
     SecretString jwt;
     std::string why;
-    if (!assertion.Sign(algorithm, client_id, attempt->token_url, std::time(nullptr), &jwt, &why)) {
+    if (!signer.Sign(algorithm, client_id, attempt->token_url, std::time(nullptr), &jwt, &why)) {
       return Fail(attempt, kAuthResultInternalError, why);
     }
     FormBody form(attempt->transport);

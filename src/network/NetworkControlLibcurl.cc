@@ -66,7 +66,7 @@ void ParkCallbackFailure() {
 // What one request holds while it runs. The normal path releases each in its
 // own order and clears the field; this only mops up after an exception.
 struct RequestResources {
-  explicit RequestResources(CurlWrap* wrap) : wrap(wrap) {}
+  explicit RequestResources(CurlWrap* handle) : wrap(handle) {}
   ~RequestResources() {
     if (stream != nullptr) {
       wrap->SetOpt(CURLOPT_STDERR, static_cast<FILE*>(nullptr));

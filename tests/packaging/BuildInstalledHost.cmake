@@ -39,6 +39,6 @@ separate_arguments(flags UNIX_COMMAND "${flags}")
 if(NOT flags MATCHES "-I${prefix}" OR NOT flags MATCHES "-L([^;]*)")
   message(FATAL_ERROR "pkg-config does not point into the installed tree: ${flags}")
 endif()
-run(${CXX} -std=c++17 -Wall -Wextra -Werror -I${POISON_INCLUDE} ${HOST_SOURCE}/main.cc ${flags}
+run(${CXX} -std=c++17 -Wall -Wextra -Werror -I${POISON_INCLUDE} -I${HOST_SOURCE} ${HOST_SOURCE}/main.cc ${flags}
     -Wl,-rpath,${CMAKE_MATCH_1} -o ${WORK_DIR}/host-pkgconfig)
 run(${WORK_DIR}/host-pkgconfig)

@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "Cookie.h"
+#include "Header.h"
+
 using namespace Vantrel::Auth;
 
 namespace {
@@ -37,6 +40,9 @@ int main() {
     Check(fba != nullptr && fba->Authenticate(nullptr, "user", "password") == kAuthResultInvalidInput,
           "Authenticate without a site");
   }
+  HostCookieJar jar;
+  HostHeader header;
+  Check(jar.cookies == 0 && std::strcmp(header.name, "X-Host") == 0, "the host's own Cookie.h and Header.h");
   StrList* list = StrList::Append(StrList::Append(nullptr, "first"), "second");
   Check(std::strcmp(list->str, "second") == 0 && std::strcmp(list->next->str, "first") == 0, "StrList order");
   StrList::Free(list);
