@@ -40,6 +40,12 @@ bool BeginAttempt(NetworkConfig* config, NetworkResult* result, ErrorDetail* det
   return true;
 }
 
+AuthResult FinishAttempt(NetworkConfig* config, NetworkResult* result) {
+  config->Reset();
+  result->Reset();
+  return kAuthResultOk;
+}
+
 AuthResult SendRequest(INetworkControl* transport, NetworkConfig* config, NetworkResult* result,
                        ErrorDetail* detail) {
   AuthResult sent = transport->Exec(config, result);

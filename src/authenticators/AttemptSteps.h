@@ -28,6 +28,12 @@ const char* AvailFlag(const char* text);
 bool BeginAttempt(NetworkConfig* config, NetworkResult* result, ErrorDetail* detail,
                   INetworkControl* transport, Cancellation* cancellation);
 
+// Ends an attempt that succeeded: the request and the response are reset, as
+// the request may hold a password in clear and the response a token, which
+// the authenticator has copied to its own results by now. kAuthResultOk.
+// A failed attempt keeps both, for the host to look at.
+AuthResult FinishAttempt(NetworkConfig* config, NetworkResult* result);
+
 // The one exchange of an attempt. A failed transfer leaves the transport's
 // text in the detail, and its result is handed back unchanged.
 AuthResult SendRequest(INetworkControl* transport, NetworkConfig* config, NetworkResult* result,
