@@ -14,6 +14,8 @@ struct Options {
   std::string ca_file;        // --ca-file FILE
   bool insecure = false;      // --insecure: both certificate checks off
   std::string proxy;          // --proxy URL
+  long connect_timeout = -1;  // --connect-timeout S (-1: the library's default)
+  long timeout = -1;          // --timeout S (-1: the library's default)
   bool verbose = false;       // --verbose: library log at debug level to stderr
   std::string cookie_jar;     // --cookie-jar FILE ("" = standard output)
   std::string adfs;           // --adfs URL   (adfs flow)

@@ -42,7 +42,7 @@ void WipePassword(std::string* password);
 
 // What every flow starts with, and the bracket of the library's global
 // state for its life: ReadPassword (unless `read_password` is false), then
-// --verbose and --proxy applied and GlobalInit; the destructor wipes the
+// --verbose, --proxy and the time-outs applied and GlobalInit; the destructor wipes the
 // password and runs GlobalCleanup. When a step fails, the reason is on
 // standard error, ok() is false and exit_status() is what the flow returns.
 // Construct it before the AuthEngine and let it die after.

@@ -1,7 +1,9 @@
 // signin: signs in to a SharePoint site with VantrelAuthEngine64 and writes
 // the resulting cookies in the Netscape format that curl and wget load, or
 // (entra) the Authorization header line that curl -H @FILE sends.
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <set>
@@ -38,6 +40,10 @@ const char kUsage[] =
     "  --ca-file FILE        trust the CA certificates in FILE for https\n"
     "  --insecure            check neither the server's certificate nor its name\n"
     "  --proxy URL           send every request through this HTTP proxy\n"
+    "  --connect-timeout S   give up a connection not made within S seconds, its\n"
+    "                        TLS handshake and proxy tunnel included (default 30)\n"
+    "  --timeout S           give up a request not done within S seconds (default\n"
+    "                        120; 0: never); either time-out exits 15\n"
     "  --verbose             write the library's debug log to standard error\n"
     "  --cookie-jar FILE     write the cookies to FILE (mode 0600) instead of\n"
     "                        standard output\n"
@@ -106,10 +112,20 @@ const std::set<std::string> kEntraOptions = {
     "--key",         "--key-password-file", "--client-secret-file", "--device-code",
     "--browser",     "--browser-command"};
 
+// A whole number of seconds, 0 or more; false for anything else.
+bool ParseSeconds(const std::string& text, long* seconds) {
+  if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos) return false;
+  errno = 0;
+  *seconds = std::strtol(text.c_str(), nullptr, 10);
+  return errno == 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   Options options;
+  std::string connect_timeout;
+  std::string timeout;
   std::map<std::string, std::string*> valued = {
       {"--site", &options.site},         {"--user", &options.user},
       {"--password-file", &options.password_file},
@@ -125,6 +141,8 @@ int main(int argc, char** argv) {
       {"--key", &options.key},           {"--key-password-file", &options.key_password_file},
       {"--client-secret-file", &options.client_secret_file},
       {"--browser-command", &options.browser_command},
+      {"--connect-timeout", &connect_timeout},
+      {"--timeout", &timeout},
   };
   std::map<std::string, bool*> flags = {
       {"--password-stdin", &options.password_stdin},
@@ -180,6 +198,12 @@ int main(int argc, char** argv) {
     if ((entra ? kCookieOptions : kEntraOptions).count(name) != 0) {
       return UsageError(name + " does not apply to " + options.command);
     }
+  }
+  if (given.count("--connect-timeout") != 0 && !ParseSeconds(connect_timeout, &options.connect_timeout)) {
+    return UsageError("--connect-timeout needs a whole number of seconds");
+  }
+  if (given.count("--timeout") != 0 && !ParseSeconds(timeout, &options.timeout)) {
+    return UsageError("--timeout needs a whole number of seconds");
   }
   if (options.site.empty()) return UsageError("--site is required");
   // entra needs a user for its password flow only; it checks that itself.

@@ -34,6 +34,18 @@ class VANTREL_AUTH_EXPORT AuthEngineConfig {
   static void SetTempLogDir(const char* dir);
   static const char* GetTempLogDir();
 
+  // Time-outs of every request, in seconds, read afresh at each request. The
+  // connect time-out bounds the connection phase (name lookup, TCP, proxy
+  // CONNECT, TLS handshake); default 30, and 0 or less restores it. The
+  // request time-out bounds a whole request, connection phase included;
+  // default 120, 0 means none, below 0 restores the default. A request that
+  // runs out fails with kAuthResultSendFailed and a detail naming the
+  // time-out. Values above 2147483 s (some 24 days) count as that.
+  static void SetConnectTimeout(long seconds);
+  static long GetConnectTimeout();
+  static void SetRequestTimeout(long seconds);
+  static long GetRequestTimeout();
+
   // Capacity of every detail text, terminator included: 256.
   static size_t GetDefaultBufferSize();
   // Bound on the requests of one realm discovery: 10.

@@ -5,6 +5,7 @@
 #include "VantrelAuthEngine64/CredentialFactory.h"
 #include "VantrelAuthEngine64/ICredential.h"
 #include "authenticators/AttemptSteps.h"
+#include "base/Cancellation.h"
 #include "base/Logger.h"
 #include "base/StringUtil.h"
 
@@ -22,6 +23,7 @@ AuthResult Adfs::Authenticate(const char* adfs_url, const char* realm,
   Logger::LogFormat(kLogLevelInfo,
                     "Adfs::Authenticate - ADFS server: %s, Realm: %s, Credential avail: %s",
                     adfs_url, realm, YesNo(credential != nullptr), nullptr, nullptr);
+  if (Cancellation* cancellation = GetCancellation()) cancellation->Clear();
   return AuthenticateHelper(adfs_url, realm, credential);
 }
 
@@ -31,6 +33,7 @@ AuthResult Adfs::AuthenticateByUser(const char* adfs_url, const char* realm, con
       kLogLevelInfo,
       "Adfs::AuthenticateByUser - ADFS server: %s, Realm: %s, User: %s, Pwd avail: %s", adfs_url,
       realm, user, AvailFlag(password), nullptr);
+  if (Cancellation* cancellation = GetCancellation()) cancellation->Clear();
   // A null user or password can't become a credential. Passing no credential
   // on still runs the attempt's resets and yields the null-input failure.
   std::unique_ptr<ICredential> credential;

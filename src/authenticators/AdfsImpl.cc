@@ -37,7 +37,10 @@ AuthResult AdfsImpl::AuthenticateHelper(const char* server_url, const char* real
   NetworkResult* result = GetNetworkResult();
   ErrorDetail* detail = GetErrorDetail();
   INetworkControl* network = GetNetworkControl();
-  if (!BeginAttempt(config, result, detail, network, GetCancellation())) return kAuthResultInternalError;
+  // No cancellation here: the public operation that called this spent an
+  // earlier Cancel itself, and Office 365's realm probes, which come first,
+  // belong to the same attempt. A Cancel during them must still count here.
+  if (!BeginAttempt(config, result, detail, network, nullptr)) return kAuthResultInternalError;
   StrFree(&rstr_);
 
   // Null before empty, URL before realm: a host sees the first thing it got

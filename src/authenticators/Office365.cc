@@ -3,6 +3,7 @@
 #include "authenticators/AdfsUtil.h"
 #include "authenticators/Office365Endpoints.h"
 #include "authenticators/RealmDiscovery.h"
+#include "base/Cancellation.h"
 #include "base/ErrorDetail.h"
 #include "base/Logger.h"
 #include "base/StringUtil.h"
@@ -40,6 +41,9 @@ AuthResult Office365::GetServer(char* buffer, size_t* size) const {
 AuthResult Office365::Authenticate(const char* realm, ICredential* credential) {
   Logger::LogFormat(kLogLevelInfo, "Office365::Authenticate - Realm: %s, Credential avail: %s",
                     realm, YesNo(credential != nullptr), nullptr, nullptr, nullptr);
+  // The attempt starts with the realm probes: a Cancel from before is spent
+  // now, one during them ends the token request before it is sent.
+  if (Cancellation* cancellation = GetCancellation()) cancellation->Clear();
 
   char* sanitized = SanitizeUrl(StrDup(realm));
   Logger::LogFormat(kLogLevelDebug, "Office365::Authenticate - Sanitized realm URL: %s", sanitized,

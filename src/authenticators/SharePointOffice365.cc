@@ -206,8 +206,13 @@ AuthResult SharePointOffice365::GetAuthTarget(std::string email,
 
   Logger::Log(kLogLevelDebug, "SharePointOffice365::GetAuthTarget - Performing Request .... ");
   // A failed or refused request leaves a body without the field, which is
-  // reported below like any answer that names no namespace.
-  control->Exec(config, result);
+  // reported below like any answer that names no namespace; a cancelled one
+  // ends the attempt as such.
+  if (control->Exec(config, result) == kAuthResultCancelled) {
+    auth_type = kAuthNamespaceUnknown;
+    detail->Set(result->GetErrorMsg());
+    return kAuthResultCancelled;
+  }
   std::string body = result->GetBody();
 
   Logger::Log(kLogLevelDebug,

@@ -1,10 +1,35 @@
 #include "VantrelAuthEngine64/AuthEngineConfig.h"
 
+#include <algorithm>
+#include <atomic>
+#include <climits>
+#include <string>
+
 #include "base/Logger.h"
 #include "base/StringUtil.h"
 
 namespace Vantrel {
 namespace Auth {
+namespace {
+
+const long kDefaultConnectTimeout = 30;
+const long kDefaultRequestTimeout = 120;
+// libcurl refuses a time-out whose milliseconds don't fit an int and would
+// then keep its own default; capped here, the host's bound still holds.
+const long kLongestTimeout = INT_MAX / 1000;
+
+// Atomic although hosts set them between attempts: the transport reads them
+// at every request, and a host changing one while another engine is signing
+// in gets the old or the new value, never a torn one.
+std::atomic<long> connect_timeout{kDefaultConnectTimeout};
+std::atomic<long> request_timeout{kDefaultRequestTimeout};
+
+void LogSetter(const char* format, long seconds) {
+  std::string text = std::to_string(seconds);
+  Logger::LogFormat(kLogLevelInfo, format, text.c_str(), nullptr, nullptr, nullptr, nullptr);
+}
+
+}  // namespace
 
 char* AuthEngineConfig::proxy_ = nullptr;
 char* AuthEngineConfig::temp_log_dir_ = nullptr;
@@ -50,6 +75,23 @@ void AuthEngineConfig::SetTempLogDir(const char* dir) {
 }
 
 const char* AuthEngineConfig::GetTempLogDir() { return temp_log_dir_; }
+
+void AuthEngineConfig::SetConnectTimeout(long seconds) {
+  LogSetter("AuthEngineConfig::SetConnectTimeout(%s)", seconds);
+  // 0 or less is the default, not "none": a connection phase without a bound
+  // is never what a host wants, and libcurl has no "none" for it anyway.
+  connect_timeout = seconds > 0 ? std::min(seconds, kLongestTimeout) : kDefaultConnectTimeout;
+}
+
+long AuthEngineConfig::GetConnectTimeout() { return connect_timeout; }
+
+void AuthEngineConfig::SetRequestTimeout(long seconds) {
+  LogSetter("AuthEngineConfig::SetRequestTimeout(%s)", seconds);
+  // Only 0 removes the bound: a negative value is a slip, not a wish.
+  request_timeout = seconds >= 0 ? std::min(seconds, kLongestTimeout) : kDefaultRequestTimeout;
+}
+
+long AuthEngineConfig::GetRequestTimeout() { return request_timeout; }
 
 size_t AuthEngineConfig::GetDefaultBufferSize() { return kBufferSize; }
 

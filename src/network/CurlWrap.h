@@ -23,6 +23,11 @@ class CurlWrap {
 
   virtual void Reset();
   virtual CURLcode Perform();
+  // Perform, but through a multi handle that wakes at least every `tick_ms`
+  // while the transfer waits, and runs the progress callback at each wake:
+  // curl_easy_perform sleeps up to a second between its calls. Connections
+  // stay in the multi handle between transfers and are reused as before.
+  virtual CURLcode PerformWaking(long tick_ms);
   virtual CURLcode SetOpt(CURLoption option, const char* value);
   virtual CURLcode SetOpt(CURLoption option, char* value);
   virtual CURLcode SetOpt(CURLoption option, curl_slist* value);
@@ -39,6 +44,7 @@ class CurlWrap {
 
  private:
   CURL* handle_;
+  CURLM* multi_;
 };
 
 }  // namespace Auth

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <exception>
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "VantrelAuthEngine64/AuthEngineConfig.h"
@@ -32,6 +33,19 @@ const char kNullHandleText[] =
     "to use.";
 const char kUnknownErrorText[] = "Error detail unknown.";
 const char kCancelledText[] = "The sign-in was cancelled.";
+
+// Names the time-out that ran out, and its length; libcurl's words follow.
+// Until the connection is made, TLS handshake and proxy tunnel included, the
+// tighter of the two bounds a request; once it is, the request time-out alone.
+std::string TimeoutText(long connect_seconds, long request_seconds, bool connected,
+                        const char* curl_text) {
+  bool whole_request = request_seconds > 0 && (connected || request_seconds <= connect_seconds);
+  std::string text = whole_request ? "Request time-out of " + std::to_string(request_seconds)
+                                   : "Connect time-out of " + std::to_string(connect_seconds);
+  text += " s reached";
+  if (curl_text[0] != '\0') text.append(": ").append(curl_text);
+  return text;
+}
 
 void LogDebug(const char* format, const char* a1 = nullptr, const char* a2 = nullptr) {
   Logger::LogFormat(kLogLevelDebug, format, a1, a2, nullptr, nullptr, nullptr);
@@ -171,6 +185,12 @@ void NetworkControlLibcurl::FreeEscaped(char* text) {
 AuthResult NetworkControlLibcurl::SendRequest(NetworkConfig* config, NetworkResult* result) {
   static const char kWhere[] = "NetworkControlLibcurl::SendRequest";
   LogDebug("%s(...) called", kWhere);
+  // A Cancel that came between two requests of an attempt: the next one
+  // isn't even started.
+  if (IsCancelled()) {
+    result->SetErrorMsg(kCancelledText);
+    return kAuthResultCancelled;
+  }
   error_buffer_[0] = '\0';
   // libcurl (7.88) keeps the cookie-file list of the previous request past
   // the transfer, and curl_easy_reset forgets it without freeing it: a leak
@@ -222,8 +242,17 @@ AuthResult NetworkControlLibcurl::SendRequest(NetworkConfig* config, NetworkResu
   curl_wrap_->SetOpt(CURLOPT_HEADERFUNCTION, reinterpret_cast<void*>(&HeaderCallback));
   curl_wrap_->SetOpt(CURLOPT_HEADERDATA, static_cast<void*>(this));
   curl_wrap_->SetOpt(CURLOPT_SSLVERSION, CurlSslVersion(config->GetSslVersion()));
+  // No signals: without this libcurl may bound a name lookup with SIGALRM and
+  // swaps SIGPIPE's handler around each transfer, both process-wide, racing
+  // the host's other threads. Its sockets are written with MSG_NOSIGNAL.
+  curl_wrap_->SetOpt(CURLOPT_NOSIGNAL, 1L);
+  // Read at each request: a change applies from the next one on.
+  const long connect_timeout = AuthEngineConfig::GetConnectTimeout();
+  const long request_timeout = AuthEngineConfig::GetRequestTimeout();
+  curl_wrap_->SetOpt(CURLOPT_CONNECTTIMEOUT, connect_timeout);
+  curl_wrap_->SetOpt(CURLOPT_TIMEOUT, request_timeout);
   if (cancellation_ != nullptr) {
-    // libcurl calls it at least once a second, also while nothing arrives.
+    // Called at every wake of PerformWaking, also while nothing arrives.
     curl_wrap_->SetOpt(CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(&ProgressCallback));
     curl_wrap_->SetOpt(CURLOPT_XFERINFODATA, static_cast<void*>(this));
     curl_wrap_->SetOpt(CURLOPT_NOPROGRESS, 0L);
@@ -242,7 +271,8 @@ AuthResult NetworkControlLibcurl::SendRequest(NetworkConfig* config, NetworkResu
   curl_wrap_->SetOpt(CURLOPT_STDERR, log_stream);
 
   LogDebug("%s: Executing request ... ", kWhere);
-  CURLcode code = curl_wrap_->Perform();
+  // Woken as often as every other wait of an attempt looks at the flag.
+  CURLcode code = curl_wrap_->PerformWaking(Cancellation::kWatchInterval.count());
   std::exception_ptr failure = std::exchange(callback_failure, nullptr);
   char code_text[16];
   std::snprintf(code_text, sizeof(code_text), "%d", static_cast<int>(code));
@@ -263,9 +293,19 @@ AuthResult NetworkControlLibcurl::SendRequest(NetworkConfig* config, NetworkResu
   if (failure) std::rethrow_exception(failure);
 
   if (code == CURLE_OK) return kAuthResultOk;
-  if (code == CURLE_ABORTED_BY_CALLBACK && cancellation_ != nullptr && cancellation_->IsRaised()) {
+  if (code == CURLE_ABORTED_BY_CALLBACK && IsCancelled()) {
     result->SetErrorMsg(kCancelledText);
     return kAuthResultCancelled;
+  }
+  if (code == CURLE_OPERATION_TIMEDOUT) {
+    // Past the connection phase libcurl has noted when the transfer began
+    // (a curl_off_t, which is a long where this library builds).
+    curl_off_t transfer_began = 0;
+    curl_wrap_->GetInfo(CURLINFO_PRETRANSFER_TIME_T, &transfer_began);
+    std::string text =
+        TimeoutText(connect_timeout, request_timeout, transfer_began > 0, error_buffer_);
+    result->SetErrorMsg(text.c_str());
+    return kAuthResultSendFailed;
   }
   result->SetErrorMsg(error_buffer_[0] != '\0' ? error_buffer_ : kUnknownErrorText);
   return kAuthResultSendFailed;
@@ -341,11 +381,14 @@ size_t NetworkControlLibcurl::WriteCallback(char* data, size_t size, size_t coun
   return length;
 }
 
+bool NetworkControlLibcurl::IsCancelled() const {
+  return cancellation_ != nullptr && cancellation_->IsRaised();
+}
+
 int NetworkControlLibcurl::ProgressCallback(void* user, curl_off_t, curl_off_t, curl_off_t,
                                             curl_off_t) {
   const NetworkControlLibcurl* self = static_cast<const NetworkControlLibcurl*>(user);
-  return self != nullptr && self->cancellation_ != nullptr && self->cancellation_->IsRaised() ? 1
-                                                                                              : 0;
+  return self != nullptr && self->IsCancelled() ? 1 : 0;
 }
 
 size_t NetworkControlLibcurl::HeaderCallback(char* data, size_t size, size_t count, void* user) {

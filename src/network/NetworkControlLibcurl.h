@@ -46,6 +46,7 @@ class NetworkControlLibcurl : public INetworkControl {
   AuthResult SendRequest(NetworkConfig* config, NetworkResult* result);
   AuthResult ProcessResponse(NetworkResult* result);
   void CopyVerboseLog();
+  bool IsCancelled() const;
 
   static size_t WriteCallback(char* data, size_t size, size_t count, void* user);
   static size_t HeaderCallback(char* data, size_t size, size_t count, void* user);

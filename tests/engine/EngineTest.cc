@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <new>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -209,6 +210,25 @@ TEST_F(EngineTest, ConfigurationSettersCopyAndLog) {
                                                "AuthEngineConfig::SetLogLevel(0)",
                                                "AuthEngineConfig::SetLoggerCallback(...)",
                                                "AuthEngineConfig::SetLoggerCallback(...)"}));
+}
+
+// 0 is "none" for the request time-out only; what isn't a bound restores the default, what
+// libcurl can't take is capped. Like the proxy, the values outlive GlobalCleanup.
+TEST_F(EngineTest, TimeOutsTakeTheirValuesAndOutliveGlobalCleanup) {
+  EXPECT_EQ(std::make_pair(AuthEngineConfig::GetConnectTimeout(), AuthEngineConfig::GetRequestTimeout()), std::make_pair(30L, 120L));
+  Listen(kLogLevelInfo);
+  for (auto [given, connect, request] : {std::tuple{7L, 7L, 7L}, {0L, 30L, 0L}, {-5L, 30L, 120L}, {LONG_MAX, 2147483L, 2147483L}}) {
+    AuthEngineConfig::SetConnectTimeout(given);
+    AuthEngineConfig::SetRequestTimeout(given);
+    EXPECT_EQ(std::make_pair(AuthEngineConfig::GetConnectTimeout(), AuthEngineConfig::GetRequestTimeout()), std::make_pair(connect, request));
+  }
+  EXPECT_EQ(Texts().at(4), "AuthEngineConfig::SetConnectTimeout(-5)");
+  EXPECT_EQ(Texts().at(5), "AuthEngineConfig::SetRequestTimeout(-5)");
+  ASSERT_EQ(AuthEngine::GlobalInit(), kAuthResultOk);
+  AuthEngine::GlobalCleanup();
+  EXPECT_EQ(AuthEngineConfig::GetConnectTimeout(), 2147483);
+  AuthEngineConfig::SetConnectTimeout(0);
+  AuthEngineConfig::SetRequestTimeout(-1);
 }
 
 std::string ResultText(AuthResult result, size_t size = 64) {

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# The example host against the emulator: reading passwords, writing the jar, exit statuses.
+# The example host against the emulator: reading passwords, writing the jar, time-outs, exit statuses.
 source "$(dirname "$0")/prelude.sh" signin-test "$@"
 
-start_emulator --fba-site /sites/fba --fba-account alice:Wonderland-42
+start_emulator --fba-site /sites/fba --fba-account alice:Wonderland-42 --never-answer /sites/silent
 site="https://localhost:$https_port/sites/fba"
 printf 'Wonderland-42\n' >"$work/password"
 fba=(fba --site "$site" --user alice)
@@ -29,5 +29,11 @@ run 13 "an ftp:// site exits 13 (invalid input)" $secret fba --site ftp://localh
 run 1 "a missing password file exits 1" $secret "${fba[@]}" --password-file "$work/none"
 check "without a terminal and no password option it exits 1 instead of waiting" \
   bash -c 'setsid -w "$0" fba --site "$1" --user alice </dev/null >/dev/null 2>&1; [ $? = 1 ]' "$signin" "$site"
+run 2 "--timeout takes whole seconds only" $secret "${fba[@]}" --password-file "$work/password" --timeout 1.5
+# Bounded by `timeout` too: without a working --timeout the server would hold it forever.
+timeout 120 "$signin" fba --site "https://localhost:$https_port/sites/silent" --user alice \
+  --password-file "$work/password" --ca-file "$work/ca.pem" --connect-timeout 1 --timeout 2 >"$work/out" 2>"$work/err"
+check "--timeout ends a server that never answers with exit 15 (request not sent)" test $? = 15
+check "... and the detail names the time-out" grep -q 'detail: Request time-out of 2 s reached' "$work/err"
 
 finish

@@ -3,6 +3,8 @@
 #include <sys/socket.h>
 
 #include <cctype>
+#include <cerrno>
+#include <chrono>
 #include <cstdlib>
 
 #include "emulator/HttpWire.h"
@@ -62,8 +64,33 @@ Connection::Connection(int fd, int local_port, bool tls_listener, std::uint64_t 
       exchange_(exchange), stream_(fd) {}
 
 bool Connection::StartTls(const std::string* tunnel_host) {
+  if (exchange_->StallsTlsHandshakes()) {
+    StallTlsHandshake();
+    return false;
+  }
   SSL* ssl = tls_->NewSession(fd_, tunnel_host);
   return ssl != nullptr && stream_.AcceptTls(ssl);
+}
+
+void Connection::HoldUntilClientLeaves() {
+  char scratch[4096];
+  for (;;) {
+    long got = recv(fd_, scratch, sizeof scratch, 0);
+    if (got == 0 || (got < 0 && errno != EINTR)) return;
+  }
+}
+
+void Connection::StallTlsHandshake() {
+  char hello[4096];
+  long got;
+  do {
+    got = recv(fd_, hello, sizeof hello, 0);
+  } while (got < 0 && errno == EINTR);
+  if (got <= 0) return;
+  // A handshake record of TLS 1.2 announcing 512 bytes, none of which follow.
+  const unsigned char head[] = {kTlsHandshakeRecord, 0x03, 0x03, 0x02, 0x00};
+  if (send(fd_, head, sizeof head, MSG_NOSIGNAL) != sizeof head) return;
+  HoldUntilClientLeaves();
 }
 
 void Connection::Close(bool abrupt) {
@@ -78,6 +105,10 @@ bool Connection::OpenTunnel(Request* connect) {
     return false;
   }
   Response answer = exchange_->AnswerConnect(*connect);
+  if (answer.never_answer) {
+    HoldUntilClientLeaves();
+    return false;
+  }
   if (answer.status < 200 || answer.status > 299) {
     WriteResponse(&stream_, *connect, answer, false);
     Close(answer.close_after_body_bytes.has_value());
@@ -128,11 +159,20 @@ void Connection::Serve() {
       }
       return Close(false);
     }
-    bool keep_alive = ClientKeepsAlive(request);
     Response response = exchange_->Answer(request);
-    if (!WriteResponse(&stream_, request, response, keep_alive)) {
-      return Close(response.close_after_body_bytes.has_value());
+    if (response.never_answer) {
+      HoldUntilClientLeaves();
+      return Close(true);
     }
+    bool keep_alive = ClientKeepsAlive(request) && !response.hold_after_answer;
+    stream_.SetPace(response.byte_interval);
+    bool open = WriteResponse(&stream_, request, response, keep_alive);
+    stream_.SetPace(std::chrono::milliseconds(0));
+    if (response.hold_after_answer) {
+      HoldUntilClientLeaves();
+      return Close(false);
+    }
+    if (!open) return Close(response.close_after_body_bytes.has_value());
   }
 }
 

@@ -27,6 +27,8 @@ class Exchange {
   virtual Response Answer(const Request& request) = 0;
   // A 2xx answer opens the tunnel; any other is sent and the connection closed.
   virtual Response AnswerConnect(const Request& request) = 0;
+  // Whether TLS handshakes stop after the client's hello (see Emulator).
+  virtual bool StallsTlsHandshakes() const { return false; }
 };
 
 class Connection {
@@ -46,6 +48,12 @@ class Connection {
   // Answers a CONNECT; true when the tunnel is open.
   bool OpenTunnel(Request* connect);
   void Close(bool abrupt);
+  // Reads and drops what the client sends until it closes or the server
+  // stops: a server that has gone quiet.
+  void HoldUntilClientLeaves();
+  // Takes the client's hello, answers with the head of a record that never
+  // comes whole, and goes quiet.
+  void StallTlsHandshake();
 
   int fd_;
   int local_port_;

@@ -28,6 +28,7 @@
 #ifndef VANTREL_EMULATOR_EMULATOR_H_
 #define VANTREL_EMULATOR_EMULATOR_H_
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -120,9 +121,15 @@ class Emulator : private Exchange {
 
   void SetObserver(Observer observer);
 
+  // While set, every TLS handshake, on the HTTPS listener or in a tunnel,
+  // stops after the client's hello: the server sends the head of its answer
+  // and nothing more, and holds the connection until the client leaves.
+  void StallTlsHandshakes(bool stall) { stall_tls_ = stall; }
+
  private:
   Response Answer(const Request& request) override;
   Response AnswerConnect(const Request& request) override;
+  bool StallsTlsHandshakes() const override { return stall_tls_; }
   void Notify(const Request& request, const Response& response);
 
   Options options_;
@@ -133,6 +140,7 @@ class Emulator : private Exchange {
   RequestLog tunnels_;
   std::mutex observer_mutex_;
   Observer observer_;
+  std::atomic<bool> stall_tls_{false};
   Server server_;  // last: its threads use all of the above
 };
 

@@ -13,6 +13,7 @@
 #ifndef VANTREL_EMULATOR_RESPONSE_H_
 #define VANTREL_EMULATOR_RESPONSE_H_
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -49,6 +50,17 @@ struct Response {
   // bytes (payload, not chunk framing) have been sent. The announced length
   // stays that of the whole body, so the client sees a truncated transfer.
   std::optional<std::size_t> close_after_body_bytes;
+
+  // Servers that go quiet. Each holds the connection until the client leaves
+  // or the emulator stops, so a client without a time-out waits forever.
+  // Send nothing at all (to a CONNECT too: the tunnel never opens).
+  bool never_answer = false;
+  // Send the response, head and body, one byte at a time, pausing this long
+  // before each byte. Zero sends it at once.
+  std::chrono::milliseconds byte_interval{0};
+  // Announce "Connection: close" and send the whole response, then neither
+  // close nor read: only the framing tells the client that it is complete.
+  bool hold_after_answer = false;
 
   // A response with `body` and a Content-Type header.
   static Response Text(int status, std::string body,

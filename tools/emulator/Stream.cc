@@ -1,6 +1,7 @@
 #include "emulator/Stream.h"
 
 #include <openssl/ssl.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -113,7 +114,24 @@ bool Stream::ReadExactly(std::size_t count, std::string* out) {
   return true;
 }
 
+bool Stream::QuietFor(std::chrono::milliseconds interval) {
+  pollfd watched = {fd_, POLLIN, 0};
+  int ready;
+  do {
+    ready = poll(&watched, 1, static_cast<int>(interval.count()));
+  } while (ready < 0 && errno == EINTR);
+  return ready == 0;
+}
+
 bool Stream::Send(const char* data, std::size_t size) {
+  if (pace_.count() <= 0) return SendAll(data, size);
+  for (std::size_t i = 0; i < size; ++i) {
+    if (!QuietFor(pace_) || !SendAll(data + i, 1)) return false;
+  }
+  return true;
+}
+
+bool Stream::SendAll(const char* data, std::size_t size) {
   while (size > 0) {
     long sent;
     if (ssl_ != nullptr) {

@@ -8,6 +8,7 @@
 #ifndef VANTREL_EMULATOR_STREAM_H_
 #define VANTREL_EMULATOR_STREAM_H_
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -49,18 +50,27 @@ class Stream {
   bool Write(std::string_view bytes);
   bool Flush();
 
+  // From now on send one byte at a time, pausing `interval` before each; zero
+  // ends it. A client that leaves (or talks) in a pause ends the sending.
+  void SetPace(std::chrono::milliseconds interval) { pace_ = interval; }
+
   // Sends the TLS close_notify, if any, and whatever is still gathered.
   void CloseGracefully();
 
  private:
   bool Fill();
+  // Sends at the pace set, if any.
   bool Send(const char* data, std::size_t size);
+  bool SendAll(const char* data, std::size_t size);
+  // Waits `interval`; false when the client left or spoke meanwhile.
+  bool QuietFor(std::chrono::milliseconds interval);
 
   int fd_;
   SSL* ssl_ = nullptr;
   std::string buffer_;
   std::size_t start_ = 0;
   std::string pending_;
+  std::chrono::milliseconds pace_{0};
 };
 
 }  // namespace Emulation

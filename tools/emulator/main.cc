@@ -13,6 +13,10 @@
 //                    [--entra-app-secret CLIENT_ID:SECRET]... [--entra-app-confidential CLIENT_ID]...
 //                    [--entra-account NAME:PASSWORD]... [--entra-mfa-account NAME:PASSWORD]...
 //                    [--entra-token-lifetime SECONDS] [--entra-device-interval SECONDS]
+//                    [--never-answer PATH]...
+//
+// --never-answer makes every request below PATH go unanswered: the connection
+// stays open, silent, until the client gives up.
 //
 // Any --entra-* flag installs Entra ID on login.microsoftonline.com (beside
 // the Office 365 sign-in service, if that is installed too). An application
@@ -79,6 +83,7 @@ struct Flags {
   std::vector<Vantrel::Emulation::EntraSiteOptions> entra_sites;
   // Client id and the PEM file of its certificate, read once the flags are in.
   std::vector<std::pair<std::string, std::string>> entra_certificate_files;
+  std::vector<std::string> silent_paths;
 };
 
 void Usage(const char* program) {
@@ -97,6 +102,7 @@ void Usage(const char* program) {
                "[--entra-app-confidential CLIENT_ID]...\n"
                "       [--entra-account NAME:PASSWORD]... [--entra-mfa-account NAME:PASSWORD]...\n"
                "       [--entra-token-lifetime SECONDS] [--entra-device-interval SECONDS]\n"
+               "       [--never-answer PATH]...\n"
                "  ports default to 0, which lets the system pick free ones\n",
                program);
 }
@@ -258,6 +264,8 @@ bool ParseFlags(int argc, char** argv, Flags* flags) {
         account.auth_url = rest;
       }
       flags->office365_service.accounts[name] = account;
+    } else if (flag == "--never-answer") {
+      flags->silent_paths.push_back(std::string(value) == "/" ? "" : value);
     } else if (flag.compare(0, 8, "--entra-") == 0) {
       if (!ParseEntraFlag(flag, value, flags)) return false;
     } else {
@@ -294,6 +302,14 @@ void InstallEndpoints(const Flags& flags, Emulator* emulator) {
     for (const auto& site : flags.entra_sites) {
       Vantrel::Emulation::InstallEntraSite(emulator, site, state);
     }
+  }
+  // Installed last: among equal prefixes the route added last wins.
+  for (const std::string& path : flags.silent_paths) {
+    emulator->Route("", "", path, [](const Request&) {
+      Response silence;
+      silence.never_answer = true;
+      return silence;
+    });
   }
 }
 
