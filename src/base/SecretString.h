@@ -24,7 +24,8 @@ void WipeString(std::string* text);
 // Owned strings (see base/StringUtil.h) that hold a secret: the text is
 // overwritten up to its terminator before it is released.
 void WipeAndFree(char** holder);
-// Like StrAssign, wiping the old text. `source` may point into *holder.
+// Like StrAssign, wiping the old text; `source` may point into *holder. If
+// the copy can't be allocated, *holder keeps its old text.
 void WipeAndAssign(char** holder, const char* source);
 
 struct WipeAndFreeDeleter {
