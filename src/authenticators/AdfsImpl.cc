@@ -1,7 +1,5 @@
 #include "VantrelAuthEngine64/AdfsImpl.h"
 
-#include <string>
-
 #include "VantrelAuthEngine64/ICredential.h"
 #include "VantrelAuthEngine64/INetworkControl.h"
 #include "VantrelAuthEngine64/NetworkConfig.h"
@@ -10,6 +8,7 @@
 #include "authenticators/AttemptSteps.h"
 #include "base/ErrorDetail.h"
 #include "base/Logger.h"
+#include "base/SecretString.h"
 #include "base/StringUtil.h"
 #include "credentials/ISamlCredential.h"
 #include "text/UrlUtil.h"
@@ -23,7 +22,7 @@ AdfsImpl::AdfsImpl(INetworkControl* network_control) : AuthBase(network_control)
   SetServiceEndpoint(default_service_endpoint_user_);
 }
 
-AdfsImpl::~AdfsImpl() { StrFree(&rstr_); }
+AdfsImpl::~AdfsImpl() { WipeAndFree(&rstr_); }
 
 void AdfsImpl::GetRstr(char* buffer, size_t* size) const { CopyOut(buffer, size, rstr_); }
 
@@ -41,7 +40,8 @@ AuthResult AdfsImpl::AuthenticateHelper(const char* server_url, const char* real
   // earlier Cancel itself, and Office 365's realm probes, which come first,
   // belong to the same attempt. A Cancel during them must still count here.
   if (!BeginAttempt(config, result, detail, network, nullptr)) return kAuthResultInternalError;
-  StrFree(&rstr_);
+  // The RSTR holds the token it was asked for.
+  WipeAndFree(&rstr_);
 
   // Null before empty, URL before realm: a host sees the first thing it got
   // wrong in the order it passed them.
@@ -64,9 +64,8 @@ AuthResult AdfsImpl::AuthenticateHelper(const char* server_url, const char* real
 
   // The server URL is taken as given, a final slash included: it is also the
   // a:To of the envelope, which the server compares with where it was posted.
-  char* request_url = nullptr;
-  JoinUrl(&request_url, server_url, GetServiceEndpoint());
-  config->SetUrl(request_url);
+  OwnedString request_url = JoinUrl(server_url, GetServiceEndpoint());
+  config->SetUrl(request_url.get());
   // No SOAPAction: with SOAP 1.2 the action travels in a:Action.
   config->ClearHeaders();
   config->AddHeader("Content-Type", "application/soap+xml; charset=utf-8");
@@ -75,16 +74,14 @@ AuthResult AdfsImpl::AuthenticateHelper(const char* server_url, const char* real
   // WS-Security text. The detail's wording is the one hosts already match on.
   const ISamlCredential* saml = dynamic_cast<const ISamlCredential*>(credential);
   if (saml == nullptr) {
-    StrFree(&request_url);
     detail->Set(
         "Invalid credential supplied to AuthenticateHelper.  Only SoapCredential is supported.");
     return kAuthResultInternalError;
   }
 
-  char* envelope = AdfsUtil::BuildRstEnvelope(request_url, realm, saml);
-  config->SetPostData(envelope);
-  StrFree(&envelope);
-  StrFree(&request_url);
+  // The envelope carries the password or the token of the credential.
+  OwnedSecret envelope(AdfsUtil::BuildRstEnvelope(request_url.get(), realm, saml));
+  config->SetPostData(envelope.get());
 
   AuthResult sent = SendRequest(network, config, result, detail);
   if (sent != kAuthResultOk) return sent;
@@ -94,14 +91,14 @@ AuthResult AdfsImpl::AuthenticateHelper(const char* server_url, const char* real
   AuthResult judged = CheckResponseCode(result, detail);
   if (judged != kAuthResultOk) return judged;
 
-  std::string body = result->GetBody();
+  SecretString body = ResponseBody(result);
   if (body.empty()) {
     detail->Set("No RSTR token found.  HTTP response is empty.");
     return kAuthResultAuthFailed;
   }
   rstr_ = AdfsUtil::ExtractRstr(body.c_str());
   if (rstr_ == nullptr || rstr_[0] == '\0') {
-    StrFree(&rstr_);
+    WipeAndFree(&rstr_);
     detail->Set("No RSTR token found in HTTP response.");
     return kAuthResultAuthFailed;
   }

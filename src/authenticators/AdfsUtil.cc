@@ -1,7 +1,6 @@
 #include "authenticators/AdfsUtil.h"
 
-#include <string>
-
+#include "base/SecretString.h"
 #include "base/StringUtil.h"
 #include "credentials/BinaryTokenCredential.h"
 #include "credentials/ISamlCredential.h"
@@ -14,16 +13,17 @@ namespace {
 // Fills each "%s" of `format` in turn with the next text (null counts as
 // empty). Done by hand rather than with snprintf so that a token of any size
 // goes in unmeasured and unchanged; the formats hold no other conversion.
+// Built in wiped memory: the texts are passwords, assertions and tokens.
 char* FillFormat(const char* format, const char* const* texts, size_t count) {
-  std::string out;
+  SecretString out;
   size_t next = 0;
   for (const char* p = format; *p != '\0'; ++p) {
     if (p[0] == '%' && p[1] == 's' && next < count) {
-      if (texts[next] != nullptr) out += texts[next];
+      if (texts[next] != nullptr) out.Append(texts[next]);
       ++next;
       ++p;
     } else {
-      out += *p;
+      out.Append(*p);
     }
   }
   return StrDup(out.c_str());
@@ -73,7 +73,7 @@ const char* AdfsUtil::rst_envelope_format_ =
 
 char* AdfsUtil::BuildRstEnvelope(const char* request_url, const char* realm,
                                  const ISamlCredential* credential) {
-  std::string security;
+  SecretString security;
   if (credential != nullptr) security = credential->GetSamlCredential();
   const char* texts[] = {request_url, security.c_str(), realm};
   return FillFormat(rst_envelope_format_, texts, 3);

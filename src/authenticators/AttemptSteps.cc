@@ -1,6 +1,7 @@
 #include "authenticators/AttemptSteps.h"
 
 #include <cstring>
+#include <string>
 
 #include "VantrelAuthEngine64/Cookie.h"
 #include "VantrelAuthEngine64/CookieNode.h"
@@ -84,6 +85,23 @@ bool CopyLastCookie(const CookieNode* list, const char* name, Cookie* target) {
   if (last == nullptr) return false;
   Cookie::Copy(target, last);
   return true;
+}
+
+SecretString ResponseBody(const NetworkResult* result) {
+  std::string copy = result->GetBody();
+  ScopedWipe wipe(&copy);
+  return SecretString(copy);
+}
+
+void EscapedTextDeleter::operator()(char* text) const {
+  if (text == nullptr) return;
+  WipeMemory(text, std::strlen(text));
+  transport->FreeEscaped(text);
+}
+
+EscapedText EscapeText(INetworkControl* transport, const char* text) {
+  if (text == nullptr) return EscapedText(nullptr, EscapedTextDeleter{transport});
+  return EscapedText(transport->Escape(text), EscapedTextDeleter{transport});
 }
 
 }  // namespace Auth

@@ -4,7 +4,10 @@
 #ifndef VANTREL_AUTH_AUTHENTICATORS_ATTEMPT_STEPS_H_
 #define VANTREL_AUTH_AUTHENTICATORS_ATTEMPT_STEPS_H_
 
+#include <memory>
+
 #include "VantrelAuthEngine64/AuthTypes.h"
+#include "base/SecretString.h"
 
 namespace Vantrel {
 namespace Auth {
@@ -53,6 +56,22 @@ bool CopyFirstCookie(const CookieNode* list, const char* name, Cookie* target);
 // that arrived first when a name repeats. False, with `target` untouched,
 // when there is none.
 bool CopyLastCookie(const CookieNode* list, const char* name, Cookie* target);
+
+// A copy of the response body in memory that is wiped when it goes: the
+// body may be an RSTR or a token answer.
+SecretString ResponseBody(const NetworkResult* result);
+
+// Gives a text of INetworkControl::Escape back to the transport that made it,
+// wiped first: an escaped RSTR still carries its token.
+struct EscapedTextDeleter {
+  INetworkControl* transport;
+  void operator()(char* text) const;
+};
+using EscapedText = std::unique_ptr<char, EscapedTextDeleter>;
+
+// `text` form-encoded by `transport`; empty for null, or when the transport
+// could not.
+EscapedText EscapeText(INetworkControl* transport, const char* text);
 
 }  // namespace Auth
 }  // namespace Vantrel

@@ -26,6 +26,7 @@
 #include "authenticators/oauth/EntraAuthority.h"
 #include "authenticators/oauth/FormBody.h"
 #include "authenticators/oauth/IdTokenClaims.h"
+#include "authenticators/oauth/JsonMember.h"
 #include "authenticators/oauth/LoopbackReceiver.h"
 #include "authenticators/oauth/RandomText.h"
 #include "authenticators/oauth/TokenAnswer.h"
@@ -122,12 +123,7 @@ std::string FirstLine(const std::string& text) {
 }
 
 // The response body in wiped memory: it may be a token answer.
-SecretString BodyOf(const NetworkResult* result) {
-  std::string body = result->GetBody();
-  SecretString secret(body);
-  WipeString(&body);
-  return secret;
-}
+SecretString BodyOf(const NetworkResult* result) { return ResponseBody(result); }
 
 // The value of the first header of that name, compared without regard to
 // case; null when there is none.
@@ -146,6 +142,7 @@ const char* HeaderValue(const NetworkResult* result, const char* name) {
 // send; "" for anything else.
 std::string JsonReason(std::string_view body) {
   nlohmann::json json = nlohmann::json::parse(body.begin(), body.end(), nullptr, false);
+  JsonDisposal<nlohmann::json> dispose(&json);
   if (json.is_discarded() || !json.is_object()) return "";
   auto description = json.find("error_description");
   if (description != json.end() && description->is_string()) return description->get<std::string>();
@@ -194,9 +191,8 @@ std::string SiteReason(const NetworkResult* result) {
 
 // A query value as the authorize URL carries it.
 std::string QueryValue(const std::string& value) {
-  char* encoded = UrlEncode(StrDup(value.c_str()));
-  std::string text = encoded != nullptr ? encoded : "";
-  StrFree(&encoded);
+  OwnedString encoded = UrlEncode(OwnedCopy(value.c_str()));
+  std::string text = encoded ? encoded.get() : "";
   return text;
 }
 
@@ -507,9 +503,8 @@ class EntraIdState {
   // GET {site}/_api/web with the new token: the site's own verdict on it.
   AuthResult CheckSite(Attempt* attempt) {
     if (!site_check) return kAuthResultOk;
-    char* sanitized = SanitizeUrl(StrDup(attempt->site.c_str()));
-    std::string url = sanitized != nullptr ? sanitized : "";
-    StrFree(&sanitized);
+    OwnedString sanitized = SanitizeUrl(OwnedCopy(attempt->site.c_str()));
+    std::string url = sanitized ? sanitized.get() : "";
     while (!url.empty() && url.back() == '/') url.pop_back();
     url += "/_api/web";
     Logger::LogFormat(kLogLevelDebug, "%s - Checking the token at %s", attempt->where, url.c_str(),

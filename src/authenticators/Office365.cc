@@ -1,11 +1,14 @@
 #include "VantrelAuthEngine64/Office365.h"
 
+#include <utility>
+
 #include "authenticators/AdfsUtil.h"
 #include "authenticators/Office365Endpoints.h"
 #include "authenticators/RealmDiscovery.h"
 #include "base/Cancellation.h"
 #include "base/ErrorDetail.h"
 #include "base/Logger.h"
+#include "base/SecretString.h"
 #include "base/StringUtil.h"
 #include "text/UrlUtil.h"
 
@@ -45,32 +48,31 @@ AuthResult Office365::Authenticate(const char* realm, ICredential* credential) {
   // now, one during them ends the token request before it is sent.
   if (Cancellation* cancellation = GetCancellation()) cancellation->Clear();
 
-  char* sanitized = SanitizeUrl(StrDup(realm));
-  Logger::LogFormat(kLogLevelDebug, "Office365::Authenticate - Sanitized realm URL: %s", sanitized,
-                    nullptr, nullptr, nullptr, nullptr);
+  OwnedString sanitized = SanitizeUrl(OwnedCopy(realm));
+  Logger::LogFormat(kLogLevelDebug, "Office365::Authenticate - Sanitized realm URL: %s",
+                    sanitized.get(), nullptr, nullptr, nullptr, nullptr);
 
-  char* found = nullptr;
-  FindRealmToUse(sanitized, &found);
-  StrFree(&sanitized);
+  // FindRealmToUse stores its answer only once nothing more can throw, so the
+  // raw pointer is taken into a holder before anything else happens.
+  char* discovered = nullptr;
+  FindRealmToUse(sanitized.get(), &discovered);
+  OwnedString found(discovered);
+  sanitized.reset();
   // A realm taken from a redirect's wreply may carry a page or query too.
-  found = SanitizeUrl(found);
+  found = SanitizeUrl(std::move(found));
 
-  if (found == nullptr || found[0] == '\0') {
-    StrFree(&found);
+  if (!found || found[0] == '\0') {
     if (ErrorDetail* detail = GetErrorDetail()) detail->Set("Realm is not valid.");
     return kAuthResultInvalidInput;
   }
 
-  AuthResult result = AuthenticateHelper(server_, found, credential);
-  StrFree(&found);
+  AuthResult result = AuthenticateHelper(server_, found.get(), credential);
   if (result != kAuthResultOk) return result;
 
   // The helper accepts any RSTR; only one with a binary token can be carried
   // on to SharePoint Online. Sites converted from BPOS answer without one.
-  char* token = AdfsUtil::ExtractBinarySecurityToken(GetRstr());
-  bool has_token = token != nullptr && token[0] != '\0';
-  StrFree(&token);
-  if (has_token) return kAuthResultOk;
+  OwnedSecret token(AdfsUtil::ExtractBinarySecurityToken(GetRstr()));
+  if (token && token[0] != '\0') return kAuthResultOk;
 
   if (ErrorDetail* detail = GetErrorDetail()) {
     detail->Set(
@@ -83,9 +85,8 @@ AuthResult Office365::Authenticate(const char* realm, ICredential* credential) {
 // The token is not kept on its own: it is taken out of the RSTR at each read,
 // so it can never disagree with what GetRstr hands out.
 void Office365::GetBinarySecurityToken(char* buffer, size_t* size) const {
-  char* token = AdfsUtil::ExtractBinarySecurityToken(GetRstr());
-  CopyOut(buffer, size, token);
-  StrFree(&token);
+  OwnedSecret token(AdfsUtil::ExtractBinarySecurityToken(GetRstr()));
+  CopyOut(buffer, size, token.get());
 }
 
 size_t Office365::getBinarySecurityTokenSize() const {

@@ -1,5 +1,7 @@
 #include "authenticators/RealmDiscovery.h"
 
+#include <utility>
+
 #include "VantrelAuthEngine64/AuthEngineConfig.h"
 #include "VantrelAuthEngine64/INetworkControl.h"
 #include "VantrelAuthEngine64/NetworkConfig.h"
@@ -19,11 +21,10 @@ const char* const kFormsAuthHeader = "X-Forms_Based_Auth_Required";
 
 // The realm is the wreply value of a Location, which sites send encoded twice;
 // a value encoded once survives the second pass. Null when there is none.
-char* WreplyOf(const char* location) {
-  char* decoded = UrlDecode(UrlDecode(StrDup(location)));
-  char* capture = RegexFirstCapture(decoded, AdfsUtil::regex_str_wreply_);
-  StrFree(&decoded);
-  if (capture != nullptr && capture[0] == '\0') StrFree(&capture);
+OwnedString WreplyOf(const char* location) {
+  OwnedString decoded = UrlDecode(UrlDecode(OwnedCopy(location)));
+  OwnedString capture(RegexFirstCapture(decoded.get(), AdfsUtil::regex_str_wreply_));
+  if (capture && capture[0] == '\0') capture.reset();
   return capture;
 }
 
@@ -35,18 +36,20 @@ void DiscoverRealm(const char* class_name, const char* realm_url, char** result,
   Logger::LogFormat(kLogLevelInfo,
                     "%s::FindRealmToUse - Check if there is any redirect from realm URL: %s",
                     class_name, realm_url, nullptr, nullptr, nullptr);
-  StrAssign(result, realm_url);
+  // Built in a holder and stored in *result last, when nothing can throw any
+  // more: a caller never owns a string that it hasn't been handed.
+  OwnedString realm = OwnedCopy(realm_url);
 
   // Office365::Authenticate reaches us before its attempt frame has looked at
   // the transport; without one, the frame behind us reports the missing parts.
-  char* current = StrDup(realm_url);
+  OwnedString current = OwnedCopy(realm_url);
   bool usable = config != nullptr && network_result != nullptr && control != nullptr;
   int count = 0;
   bool found = false;
-  while (usable && current != nullptr && count < AuthEngineConfig::GetMaxRedirect() && !found) {
+  while (usable && current && count < AuthEngineConfig::GetMaxRedirect() && !found) {
     config->Reset();
-    configure(current);
-    config->SetUrl(current);
+    configure(current.get());
+    config->SetUrl(current.get());
     // Probes ask for SSL 3 whatever the host chose for its own requests.
     config->SetSslVersion(kSslVersionSsl3);
     network_result->Reset();
@@ -56,24 +59,24 @@ void DiscoverRealm(const char* class_name, const char* realm_url, char** result,
     const char* location = network_result->GetHeader(kLocationHeader);
     const char* forms = network_result->GetHeader(kFormsAuthHeader);
     if (location != nullptr) {
-      char* realm = WreplyOf(location);
-      if (realm != nullptr) {
-        StrAssign(result, realm);
+      OwnedString wreply = WreplyOf(location);
+      if (wreply) {
+        realm = std::move(wreply);
         found = true;
       }
-      StrFree(&realm);
     }
     if (!found) {
       // The raw header value, not the decoded copy, and not resolved against
       // `current`: a relative hop is requested as it stands.
-      StrAssign(&current, forms != nullptr ? forms : location);
+      current = OwnedCopy(forms != nullptr ? forms : location);
     }
     ++count;
   }
 
-  Logger::LogFormat(kLogLevelInfo, "%s::FindRealmToUse - Result realm URL: %s", class_name, *result,
-                    nullptr, nullptr, nullptr);
-  StrFree(&current);
+  Logger::LogFormat(kLogLevelInfo, "%s::FindRealmToUse - Result realm URL: %s", class_name,
+                    realm.get(), nullptr, nullptr, nullptr);
+  StrFree(result);
+  *result = realm.release();
 }
 
 }  // namespace Auth

@@ -15,7 +15,8 @@ class NetworkResult;
 // Requests `realm_url` anonymously and follows the redirects by hand, at most
 // AuthEngineConfig::GetMaxRedirect() requests, until a Location carries a
 // wreply value. *result (null or owned) ends as that value, or a copy of
-// `realm_url`. `configure` copies the authenticator's options into the request
+// `realm_url`; it is replaced only at the end, so after an exception it holds
+// what it held before. `configure` copies the authenticator's options into the request
 // (its ConfigureCommonProperties). `class_name` heads the two log lines. A
 // null config, result or transport makes no request.
 void DiscoverRealm(const char* class_name, const char* realm_url, char** result,

@@ -7,6 +7,7 @@
 #include "authenticators/AttemptSteps.h"
 #include "base/ErrorDetail.h"
 #include "base/Logger.h"
+#include "base/SecretString.h"
 #include "base/StringUtil.h"
 #include "text/UrlUtil.h"
 
@@ -72,50 +73,35 @@ AuthResult SharePointAdfs::AuthenticateByRstr(const char* site, const char* rstr
 
   // The site may be given as a page with a query; the trust endpoint and the
   // return address both hang off the site itself.
-  char* sanitized_site = SanitizeUrl(StrDup(site));
+  OwnedString sanitized_site = SanitizeUrl(OwnedCopy(site));
   Logger::LogFormat(kLogLevelDebug, "SharePointAdfs::AuthenticateByRstr - Sanitized URL: %s",
-                    sanitized_site, nullptr, nullptr, nullptr, nullptr);
+                    sanitized_site.get(), nullptr, nullptr, nullptr, nullptr);
 
   // The RSTR goes whole, line ends included, as one form field.
-  char* escaped_rstr = network->Escape(rstr);
-  if (escaped_rstr == nullptr) {
-    StrFree(&sanitized_site);
+  EscapedText escaped_rstr = EscapeText(network, rstr);
+  if (!escaped_rstr) {
     detail->Set(kNullHandleText);
     return kAuthResultInternalError;
   }
 
   Logger::Log(kLogLevelDebug, "SharePointAdfs::AuthenticateByRstr - Authenticating ...");
-  ConfigureCommonProperties(sanitized_site);
+  ConfigureCommonProperties(sanitized_site.get());
 
-  char* trust_url = nullptr;
-  JoinUrl(&trust_url, sanitized_site, GetServiceEndpoint());
-  config->SetUrl(trust_url);
+  config->SetUrl(JoinUrl(sanitized_site.get(), GetServiceEndpoint()).get());
   config->ClearHeaders();
   config->AddHeader("Content-Type", "application/x-www-form-urlencoded");
 
   // wctx is an absolute URL escaped as one text, so the "%2F" of the default
   // path reaches the site as "%252F" and comes back to it decoded once.
-  char* wctx_url = nullptr;
-  JoinUrl(&wctx_url, sanitized_site, GetWctx());
-  char* escaped_wctx = wctx_url != nullptr ? network->Escape(wctx_url) : nullptr;
-
-  bool escaped = escaped_wctx != nullptr;
-  if (escaped) {
-    char* form = AdfsUtil::BuildSigninForm(escaped_wctx, escaped_rstr);
-    config->SetPostData(form);
-    StrFree(&form);
-  }
-
-  StrFree(&trust_url);
-  StrFree(&wctx_url);
-  StrFree(&sanitized_site);
-  if (escaped_wctx != nullptr) network->FreeEscaped(escaped_wctx);
-  network->FreeEscaped(escaped_rstr);
-
-  if (!escaped) {
+  OwnedString wctx_url = JoinUrl(sanitized_site.get(), GetWctx());
+  EscapedText escaped_wctx = EscapeText(network, wctx_url.get());
+  if (!escaped_wctx) {
     detail->Set(kNullHandleText);
     return kAuthResultInternalError;
   }
+  // The form carries the RSTR, and with it the token.
+  OwnedSecret form(AdfsUtil::BuildSigninForm(escaped_wctx.get(), escaped_rstr.get()));
+  config->SetPostData(form.get());
 
   AuthResult sent = SendRequest(network, config, result, detail);
   if (sent != kAuthResultOk) return sent;

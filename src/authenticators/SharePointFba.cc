@@ -9,6 +9,7 @@
 #include "authenticators/AttemptSteps.h"
 #include "base/ErrorDetail.h"
 #include "base/Logger.h"
+#include "base/SecretString.h"
 #include "base/StringUtil.h"
 #include "text/UrlUtil.h"
 
@@ -74,31 +75,24 @@ AuthResult SharePointFba::Authenticate(const char* site, const char* user, const
   if (IsEmpty(site)) return kAuthResultInvalidInput;
   if (!IsSupportedProtocols(site)) return kAuthResultInvalidInput;
 
-  char* site_url = nullptr;
-  StrAssign(&site_url, site);
-  site_url = SanitizeUrl(site_url);
-  Logger::LogFormat(kLogLevelDebug, "SharePointFba::Authenticate - Sanitized URL: %s", site_url,
-                    nullptr, nullptr, nullptr, nullptr);
+  OwnedString site_url = SanitizeUrl(OwnedCopy(site));
+  Logger::LogFormat(kLogLevelDebug, "SharePointFba::Authenticate - Sanitized URL: %s",
+                    site_url.get(), nullptr, nullptr, nullptr, nullptr);
 
+  // Zeroed, so that the wiping deleter finds a terminator even before the
+  // body is written.
   size_t body_size = kLoginBodyLength + std::strlen(user) + std::strlen(password) + 1;
-  char* body = new char[body_size];
-  std::snprintf(body, body_size, kLoginBody, user, password);
+  OwnedSecret body(new char[body_size]());
+  std::snprintf(body.get(), body_size, kLoginBody, user, password);
 
   Logger::Log(kLogLevelDebug, "SharePointFba::Authenticate - Authenticating ... ");
-  ConfigureCommonProperties(site_url);
-
-  char* request_url = nullptr;
-  JoinUrl(&request_url, site_url, GetServiceEndpoint());
-  config->SetUrl(request_url);
-  StrFree(&request_url);
+  ConfigureCommonProperties(site_url.get());
+  config->SetUrl(JoinUrl(site_url.get(), GetServiceEndpoint()).get());
 
   config->ClearHeaders();
   config->AddHeader("SOAPAction", kSoapAction);
   config->AddHeader("Content-Type", kContentType);
-
-  config->SetPostData(body);
-  delete[] body;
-  StrFree(&site_url);
+  config->SetPostData(body.get());
 
   AuthResult sent = SendRequest(transport, config, result, detail);
   if (sent != kAuthResultOk) return sent;

@@ -1,6 +1,8 @@
 #include "VantrelAuthEngine64/SharePointOffice365.h"
 
 #include <cstring>
+#include <string>
+#include <utility>
 
 #include "VantrelAuthEngine64/INetworkControl.h"
 #include "VantrelAuthEngine64/NetworkConfig.h"
@@ -40,13 +42,13 @@ const char* const kGetSiteAndWebEnvelope =
 const char* const regex_str_namespace_type_ = "\"NameSpaceType\":\\s*\"(.+?)\"";
 const char* const regex_str_auth_url_ = "\"AuthURL\":\\s*\"(.+?)\"";
 
-char* FormatEnvelope(const char* url) {
+std::string FormatEnvelope(const char* url) {
   const char* placeholder = std::strstr(kGetSiteAndWebEnvelope, "%s");
   size_t head = static_cast<size_t>(placeholder - kGetSiteAndWebEnvelope);
   std::string body(kGetSiteAndWebEnvelope, head);
   body += url != nullptr ? url : "";
   body += placeholder + 2;
-  return StrDup(body.c_str());
+  return body;
 }
 
 }  // namespace
@@ -92,50 +94,45 @@ AuthResult SharePointOffice365::Authenticate(const char* site, const ICredential
   if (IsEmpty(site)) return kAuthResultInvalidInput;
   if (!IsSupportedProtocols(site)) return kAuthResultInvalidInput;
 
-  char* url = nullptr;
-  FindRealmToUse(site, &url);
-  url = SanitizeUrl(url);
+  // FindRealmToUse stores its answer only once nothing more can throw, so the
+  // raw pointer is taken into a holder before anything else happens.
+  char* discovered = nullptr;
+  FindRealmToUse(site, &discovered);
+  OwnedString url = SanitizeUrl(OwnedString(discovered));
   Logger::LogFormat(kLogLevelDebug,
                     "SharePointOffice365::AuthenticateByBinarySecurityToken - Sanitized URL: %s",
-                    url, nullptr, nullptr, nullptr, nullptr);
+                    url.get(), nullptr, nullptr, nullptr, nullptr);
 
   // GetSiteAndWeb names the site collection that signs in, which may lie
   // above the realm. Its answer is advice: without one the realm is used.
   Logger::Log(kLogLevelDebug,
               "SharePointOffice365::AuthenticateByBinarySecurityToken - Calling GetSiteAndWeb to "
               "get URL for authentication .... ");
-  ConfigureCommonProperties(url);
-  char* soap_url = nullptr;
-  JoinUrl(&soap_url, url, kSiteDataService);
-  config->SetUrl(soap_url);
+  ConfigureCommonProperties(url.get());
+  config->SetUrl(JoinUrl(url.get(), kSiteDataService).get());
   config->ClearHeaders();
   config->AddHeader("SOAPAction", kGetSiteAndWebAction);
   config->AddHeader("Content-Type", "text/xml; charset=utf-8");
-  char* envelope = FormatEnvelope(url);
-  config->SetPostData(envelope);
-  StrFree(&envelope);
-  StrFree(&soap_url);
+  config->SetPostData(FormatEnvelope(url.get()).c_str());
   control->Exec(config, result);
 
   std::string body = result->GetBody();
-  char* str_site = EscapeSpaces(ExtractXmlElement(body.c_str(), "strSite", false));
-  char* str_web = EscapeSpaces(ExtractXmlElement(body.c_str(), "strWeb", false));
+  OwnedString str_site = EscapeSpaces(OwnedString(ExtractXmlElement(body.c_str(), "strSite", false)));
+  OwnedString str_web = EscapeSpaces(OwnedString(ExtractXmlElement(body.c_str(), "strWeb", false)));
   Logger::LogFormat(kLogLevelDebug,
                     "SharePointOffice365::AuthenticateByBinarySecurityToken - GetSiteAndWeb "
                     "result: site: %s, web: %s",
-                    str_site, str_web, nullptr, nullptr, nullptr);
-  StrFree(&str_web);
+                    str_site.get(), str_web.get(), nullptr, nullptr, nullptr);
 
   Logger::Log(kLogLevelDebug,
               "SharePointOffice365::AuthenticateByBinarySecurityToken - Authenticating .... ");
-  const char* base = (str_site != nullptr && str_site[0] != '\0') ? str_site : url;
-  char* auth_url = nullptr;
-  JoinUrl(&auth_url, base, GetServiceEndpoint());
-  ConfigureCommonProperties(auth_url);
+  const char* base = (str_site && str_site[0] != '\0') ? str_site.get() : url.get();
+  OwnedString auth_url = JoinUrl(base, GetServiceEndpoint());
+  ConfigureCommonProperties(auth_url.get());
   Logger::LogFormat(kLogLevelDebug,
                     "SharePointOffice365::AuthenticateByBinarySecurityToken - URL for auth: %s",
-                    auth_url, nullptr, nullptr, nullptr, nullptr);
-  config->SetUrl(auth_url);
+                    auth_url.get(), nullptr, nullptr, nullptr, nullptr);
+  config->SetUrl(auth_url.get());
   config->ClearHeaders();
   config->AddHeader("Content-Type", "application/x-www-form-urlencoded");
 
@@ -143,9 +140,6 @@ AuthResult SharePointOffice365::Authenticate(const char* site, const ICredential
   // costs the same requests as a right one.
   const BinaryTokenCredential* token = dynamic_cast<const BinaryTokenCredential*>(credential);
   if (token == nullptr) {
-    StrFree(&url);
-    StrFree(&str_site);
-    StrFree(&auth_url);
     detail->Set(
         "Invalid credential supplied to SharePointOffice365::Authenticate.  Only "
         "BinaryTokenCredential is supported.");
@@ -154,9 +148,6 @@ AuthResult SharePointOffice365::Authenticate(const char* site, const ICredential
   // The sign-in page takes the token value ("t=...") as the whole body, not
   // as a form field: nothing is encoded.
   config->SetPostData(token->GetTokenValue().c_str());
-  StrFree(&url);
-  StrFree(&str_site);
-  StrFree(&auth_url);
 
   AuthResult sent = SendRequest(control, config, result, detail);
   if (sent != kAuthResultOk) return sent;
@@ -194,10 +185,9 @@ AuthResult SharePointOffice365::GetAuthTarget(std::string email,
   if (email.empty()) return kAuthResultInvalidInput;
 
   Logger::Log(kLogLevelDebug, "SharePointOffice365::GetAuthTarget - Encoding Email Address .... ");
-  char* encoded = UrlEncode(StrDup(email.c_str()));
+  OwnedString encoded = UrlEncode(OwnedCopy(email.c_str()));
   std::string url = kGetUserRealmUrl;
-  url += encoded != nullptr ? encoded : "";
-  StrFree(&encoded);
+  url += encoded ? encoded.get() : "";
 
   Logger::Log(kLogLevelDebug, "SharePointOffice365::GetAuthTarget - Preparing Request .... ");
   ConfigureCommonProperties(url.c_str());
@@ -217,43 +207,41 @@ AuthResult SharePointOffice365::GetAuthTarget(std::string email,
 
   Logger::Log(kLogLevelDebug,
               "SharePointOffice365::GetAuthTarget - Extracting Auth Namespace Type .... ");
-  char* name = RegexFirstCapture(body.c_str(), regex_str_namespace_type_);
-  if (name == nullptr) {
+  OwnedString name(RegexFirstCapture(body.c_str(), regex_str_namespace_type_));
+  if (!name) {
     Logger::Log(kLogLevelDebug,
                 "SharePointOffice365::GetAuthTarget - No Auth Namespace was found .... ");
     auth_type = kAuthNamespaceUnknown;
     detail->Set("Could not find Office 365 Auth Namespace Type");
     return kAuthResultInternalError;
   }
-  Logger::LogFormat(kLogLevelDebug, "SharePointOffice365::GetAuthTarget - Found Namespace %s", name,
+  Logger::LogFormat(kLogLevelDebug, "SharePointOffice365::GetAuthTarget - Found Namespace %s", name.get(),
                     nullptr, nullptr, nullptr, nullptr);
 
   // The value is compared exactly: the service writes these three words so,
   // and anything else is not a namespace this library knows how to follow.
-  if (std::strcmp(name, "Unknown") == 0) {
+  if (std::strcmp(name.get(), "Unknown") == 0) {
     auth_type = kAuthNamespaceUnknown;
-  } else if (std::strcmp(name, "Managed") == 0) {
+  } else if (std::strcmp(name.get(), "Managed") == 0) {
     auth_type = kAuthNamespaceManaged;
     auth_url = kDefaultOffice365Server;
-  } else if (std::strcmp(name, "Federated") == 0) {
+  } else if (std::strcmp(name.get(), "Federated") == 0) {
     auth_type = kAuthNamespaceFederated;
-    char* found = RegexFirstCapture(body.c_str(), regex_str_auth_url_);
-    if (found == nullptr) {
+    OwnedString found(RegexFirstCapture(body.c_str(), regex_str_auth_url_));
+    if (!found) {
       // Worded like the missing-namespace case: in both the service's answer
       // lacks the field the host needs to go on.
       Logger::Log(kLogLevelDebug,
                   "SharePointOffice365::GetAuthTarget - No Auth URL was found .... ");
-      StrFree(&name);
       detail->Set("Could not find Office 365 Auth URL for a Federated namespace");
       return kAuthResultInternalError;
     }
     // What Adfs needs is the server's base URL; it adds its own endpoint.
-    char* target = StripAdfsLsEndpoint(SanitizeUrl(found));
-    auth_url = target != nullptr ? target : "";
-    StrFree(&target);
+    // StripAdfsLsEndpoint takes over what it is given, also when it throws.
+    OwnedString target(StripAdfsLsEndpoint(SanitizeUrl(std::move(found)).release()));
+    auth_url = target ? target.get() : "";
   } else {
-    detail->Set("Unsupported Office 365 Auth Namespace Type", name);
-    StrFree(&name);
+    detail->Set("Unsupported Office 365 Auth Namespace Type", name.get());
     return kAuthResultInternalError;
   }
 
@@ -261,7 +249,6 @@ AuthResult SharePointOffice365::GetAuthTarget(std::string email,
                     "SharePointOffice365::GetAuthTarget - Returning Successfully with auth_url: "
                     "%s, auth_type",
                     auth_url.c_str(), nullptr, nullptr, nullptr, nullptr);
-  StrFree(&name);
   return kAuthResultOk;
 }
 
@@ -271,12 +258,9 @@ void SharePointOffice365::FindRealmToUse(const char* realm_url, char** result) {
 }
 
 char* SharePointOffice365::StripAdfsLsEndpoint(char* url) {
-  char* capture = RegexFirstCapture(url, "(.*?)/adfs/ls");
-  if (capture != nullptr) {
-    StrAssign(&url, capture);
-    StrFree(&capture);
-  }
-  return url;
+  OwnedString held(url);
+  OwnedString capture(RegexFirstCapture(url, "(.*?)/adfs/ls"));
+  return capture ? capture.release() : held.release();
 }
 
 }  // namespace Auth

@@ -52,10 +52,9 @@ void AuthEngineConfig::SetProxy(const char* proxy) {
 const char* AuthEngineConfig::GetProxy() { return proxy_; }
 
 void AuthEngineConfig::SetLogLevel(VantrelAuthLogLevel level) {
-  char* text = IntToText(level);
-  Logger::LogFormat(kLogLevelInfo, "AuthEngineConfig::SetLogLevel(%s)", text, nullptr, nullptr,
-                    nullptr, nullptr);
-  StrFree(&text);
+  OwnedString text(IntToText(level));
+  Logger::LogFormat(kLogLevelInfo, "AuthEngineConfig::SetLogLevel(%s)", text.get(), nullptr,
+                    nullptr, nullptr, nullptr);
   Logger::GetInstance()->SetLogLevel(level);
 }
 

@@ -2,6 +2,10 @@
 
 #include <openssl/crypto.h>
 
+#include <cstring>
+
+#include "base/StringUtil.h"
+
 namespace Vantrel {
 namespace Auth {
 namespace {
@@ -20,6 +24,18 @@ void WipeString(std::string* text) {
   // The whole capacity: a text that shrank leaves its old tail behind the end.
   WipeMemory(&(*text)[0], text->capacity());
   text->clear();
+}
+
+void WipeAndFree(char** holder) {
+  if (*holder != nullptr) WipeMemory(*holder, std::strlen(*holder));
+  StrFree(holder);
+}
+
+void WipeAndAssign(char** holder, const char* source) {
+  // Copied before the old text goes, so that a source inside it still reads.
+  char* copy = StrDup(source);
+  WipeAndFree(holder);
+  *holder = copy;
 }
 
 SecretString::SecretString() {}

@@ -21,6 +21,32 @@ void WipeMemory(void* data, size_t size);
 // Overwrites a std::string's whole buffer and empties it.
 void WipeString(std::string* text);
 
+// Owned strings (see base/StringUtil.h) that hold a secret: the text is
+// overwritten up to its terminator before it is released.
+void WipeAndFree(char** holder);
+// Like StrAssign, wiping the old text; `source` may point into *holder. If
+// the copy can't be allocated, *holder keeps its old text.
+void WipeAndAssign(char** holder, const char* source);
+
+struct WipeAndFreeDeleter {
+  void operator()(char* text) const { WipeAndFree(&text); }
+};
+// An owned string holding a secret, wiped and released on every way out.
+using OwnedSecret = std::unique_ptr<char[], WipeAndFreeDeleter>;
+
+// Wipes a std::string when the scope ends, also by an exception: for the
+// copies that an interface hands out as std::string (a response body).
+class ScopedWipe {
+ public:
+  explicit ScopedWipe(std::string* text) : text_(text) {}
+  ~ScopedWipe() { WipeString(text_); }
+  ScopedWipe(const ScopedWipe&) = delete;
+  ScopedWipe& operator=(const ScopedWipe&) = delete;
+
+ private:
+  std::string* text_;
+};
+
 template <typename T>
 struct WipingAllocator {
   using value_type = T;

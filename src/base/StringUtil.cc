@@ -28,8 +28,8 @@ char* StrDup(const char* source) {
 
 void StrAssign(char** holder, const char* source) {
   // The holder is emptied before the copy is made, so a failed allocation
-  // leaves it null; the old text is released only after the copy, so a source
-  // inside it is still readable.
+  // leaves it null rather than dangling; the old text is released only after
+  // the copy, so a source inside it is still readable.
   std::unique_ptr<char[]> old(*holder);
   *holder = nullptr;
   *holder = StrDup(source);

@@ -6,6 +6,7 @@
 #define VANTREL_AUTH_BASE_STRING_UTIL_H_
 
 #include <cstddef>
+#include <memory>
 #include <string_view>
 
 namespace Vantrel {
@@ -20,11 +21,24 @@ inline const char* YesNo(bool value) { return value ? kYes : kNo; }
 
 // Releases *holder if set and nulls it. Harmless on a null *holder.
 void StrFree(char** holder);
-// Releases *holder, then stores a copy of `source` (null stays null).
-// `source` must not point into *holder.
+// Replaces *holder by a copy of `source` (null stays null). `source` may
+// point into *holder: the old text is released only after it was copied. If
+// the copy can't be allocated, *holder is left null and the allocator's
+// exception passes on.
 void StrAssign(char** holder, const char* source);
 // Makes a new owned copy of `source`, or null for null.
 char* StrDup(const char* source);
+
+// Lets a std::unique_ptr hold an owned string, so that a local one is
+// released on every way out, also when a log callback or an allocation
+// throws in the middle of an operation.
+struct StrFreeDeleter {
+  void operator()(char* text) const { StrFree(&text); }
+};
+using OwnedString = std::unique_ptr<char[], StrFreeDeleter>;
+
+// A held copy of `source`, or an empty holder for null.
+inline OwnedString OwnedCopy(const char* source) { return OwnedString(StrDup(source)); }
 
 // The one way a text leaves the library for a caller's buffer. *size is the
 // buffer's size, terminator included. The whole text is delivered or none:

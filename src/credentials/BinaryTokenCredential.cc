@@ -1,26 +1,22 @@
 #include "credentials/BinaryTokenCredential.h"
 
-#include <utility>
-
-#include "base/StringUtil.h"
+#include "base/SecretString.h"
 #include "text/RegexUtil.h"
 
 namespace Vantrel {
 namespace Auth {
 
-BinaryTokenCredential::BinaryTokenCredential(std::string token) : token_(std::move(token)) {}
+BinaryTokenCredential::BinaryTokenCredential(std::string_view token) : token_(token) {}
 
 BinaryTokenCredential::~BinaryTokenCredential() {}
 
 // Pasted into the request as it stands; no line feed follows it.
-std::string BinaryTokenCredential::GetSamlCredential() const { return token_; }
+SecretString BinaryTokenCredential::GetSamlCredential() const { return token_; }
 
-std::string BinaryTokenCredential::GetTokenValue() const {
-  char* value = RegexFirstCapture(token_.c_str(), token_pattern_);
-  if (value == nullptr) return std::string();
-  std::string result(value);
-  StrFree(&value);
-  return result;
+SecretString BinaryTokenCredential::GetTokenValue() const {
+  OwnedSecret value(RegexFirstCapture(token_.c_str(), token_pattern_));
+  if (!value) return SecretString();
+  return SecretString(value.get());
 }
 
 }  // namespace Auth

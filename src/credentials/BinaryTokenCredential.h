@@ -2,9 +2,10 @@
 #ifndef VANTREL_AUTH_CREDENTIALS_BINARY_TOKEN_CREDENTIAL_H_
 #define VANTREL_AUTH_CREDENTIALS_BINARY_TOKEN_CREDENTIAL_H_
 
-#include <string>
+#include <string_view>
 
 #include "VantrelAuthEngine64/ICredential.h"
+#include "base/SecretString.h"
 #include "credentials/ISamlCredential.h"
 
 namespace Vantrel {
@@ -13,14 +14,14 @@ namespace Auth {
 // Virtual ICredential base: see UsernameCredential.
 class BinaryTokenCredential : public virtual ICredential, public ISamlCredential {
  public:
-  explicit BinaryTokenCredential(std::string token);
+  explicit BinaryTokenCredential(std::string_view token);
   ~BinaryTokenCredential() override;
 
-  std::string GetSamlCredential() const override;
+  SecretString GetSamlCredential() const override;
 
   // The token value posted to SharePoint Online: the element's inner text,
   // beginning with "t="; "" if there is none.
-  std::string GetTokenValue() const;
+  SecretString GetTokenValue() const;
 
   // The element whose inner text, from "t=" on, is the token value. The token
   // exchange searches an RSTR with the same pattern.
@@ -28,7 +29,7 @@ class BinaryTokenCredential : public virtual ICredential, public ISamlCredential
       "<[^<]*BinarySecurityToken[^>]*>(t=[^]+)</[^<]*BinarySecurityToken[^>]*>";
 
  private:
-  std::string token_;
+  SecretString token_;
 };
 
 }  // namespace Auth

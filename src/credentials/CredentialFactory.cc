@@ -1,8 +1,8 @@
 #include "VantrelAuthEngine64/CredentialFactory.h"
 
 #include <memory>
-#include <utility>
 
+#include "base/SecretString.h"
 #include "credentials/BinaryTokenCredential.h"
 #include "credentials/SamlAssertionCredential.h"
 #include "credentials/UsernameCredential.h"
@@ -19,20 +19,23 @@ const char* const CredentialFactory::regex_str_saml_assertion_ =
 const char* const CredentialFactory::regex_str_saml_binarysecuritytoken_ =
     "(<[^<]*BinarySecurityToken[^>]*>t=[^]+</[^<]*BinarySecurityToken[^>]*>)";
 
+// The arguments are this library's own copies: the secrets in them are
+// wiped before they go, on every way out.
 ICredential* CredentialFactory::CreateBasicUsernameCredential(std::string username,
                                                               std::string password) {
-  return new UsernameCredential(std::move(username), std::move(password));
+  ScopedWipe wipe(&password);
+  return new UsernameCredential(username, password);
 }
 
 // An RSTR of a federated sign-in can hold both an assertion and a token; the
 // assertion is what the next token service wants, so it wins.
 ICredential* CredentialFactory::CreateCredentialFromRstr(std::string rstr) {
+  ScopedWipe wipe(&rstr);
   // Held so that a failed allocation further on leaks none of them.
   std::unique_ptr<ICredential> result;
-  std::unique_ptr<char[]> token(
-      RegexFirstCapture(rstr.c_str(), regex_str_saml_binarysecuritytoken_));
+  OwnedSecret token(RegexFirstCapture(rstr.c_str(), regex_str_saml_binarysecuritytoken_));
   if (token) result.reset(new BinaryTokenCredential(token.get()));
-  std::unique_ptr<char[]> assertion(RegexFirstCapture(rstr.c_str(), regex_str_saml_assertion_));
+  OwnedSecret assertion(RegexFirstCapture(rstr.c_str(), regex_str_saml_assertion_));
   if (assertion) result.reset(new SamlAssertionCredential(assertion.get()));
   return result.release();
 }

@@ -3,18 +3,18 @@
 #ifndef VANTREL_AUTH_CREDENTIALS_ISAML_CREDENTIAL_H_
 #define VANTREL_AUTH_CREDENTIALS_ISAML_CREDENTIAL_H_
 
-#include <string>
-
 #include "VantrelAuthEngine64/ICredential.h"
+#include "base/SecretString.h"
 
 namespace Vantrel {
 namespace Auth {
 
-// Virtual base: see ISoapCredential.
+// Virtual base: see ISoapCredential. The text carries a password or a token,
+// so it comes in memory that is wiped when it goes.
 class ISamlCredential : public virtual ICredential {
  public:
   ~ISamlCredential() override {}
-  virtual std::string GetSamlCredential() const = 0;
+  virtual SecretString GetSamlCredential() const = 0;
 };
 
 }  // namespace Auth

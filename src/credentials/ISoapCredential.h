@@ -2,9 +2,8 @@
 #ifndef VANTREL_AUTH_CREDENTIALS_ISOAP_CREDENTIAL_H_
 #define VANTREL_AUTH_CREDENTIALS_ISOAP_CREDENTIAL_H_
 
-#include <string>
-
 #include "VantrelAuthEngine64/ICredential.h"
+#include "base/SecretString.h"
 
 namespace Vantrel {
 namespace Auth {
@@ -14,7 +13,7 @@ namespace Auth {
 class ISoapCredential : public virtual ICredential {
  public:
   ~ISoapCredential() override {}
-  virtual std::string GetSoapCredential() const = 0;
+  virtual SecretString GetSoapCredential() const = 0;
 };
 
 }  // namespace Auth

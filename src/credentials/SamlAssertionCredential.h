@@ -2,9 +2,10 @@
 #ifndef VANTREL_AUTH_CREDENTIALS_SAML_ASSERTION_CREDENTIAL_H_
 #define VANTREL_AUTH_CREDENTIALS_SAML_ASSERTION_CREDENTIAL_H_
 
-#include <string>
+#include <string_view>
 
 #include "VantrelAuthEngine64/ICredential.h"
+#include "base/SecretString.h"
 #include "credentials/ISamlCredential.h"
 
 namespace Vantrel {
@@ -13,13 +14,14 @@ namespace Auth {
 // Virtual ICredential base: see UsernameCredential.
 class SamlAssertionCredential : public virtual ICredential, public ISamlCredential {
  public:
-  explicit SamlAssertionCredential(std::string assertion);
+  explicit SamlAssertionCredential(std::string_view assertion);
   ~SamlAssertionCredential() override;
 
-  std::string GetSamlCredential() const override;
+  SecretString GetSamlCredential() const override;
 
  private:
-  std::string assertion_;
+  // Whoever holds it signs in as its subject.
+  SecretString assertion_;
 };
 
 }  // namespace Auth

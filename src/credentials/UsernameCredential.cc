@@ -1,7 +1,5 @@
 #include "credentials/UsernameCredential.h"
 
-#include <utility>
-
 namespace Vantrel {
 namespace Auth {
 namespace {
@@ -16,35 +14,34 @@ const char* const kPasswordTextType =
 
 }  // namespace
 
-UsernameCredential::UsernameCredential(std::string username, std::string password)
-    : username_(std::move(username)), password_(std::move(password)) {}
+UsernameCredential::UsernameCredential(std::string_view username, std::string_view password)
+    : username_(username), password_(password) {}
 
 UsernameCredential::~UsernameCredential() {}
 
-std::string UsernameCredential::GetSoapCredential() const {
-  std::string text;
-  text.reserve(username_.size() + password_.size() + 42);
-  text += "<username>";
-  text += username_;
-  text += "</username>\n<password>";
-  text += password_;
-  text += "</password>\n";
+SecretString UsernameCredential::GetSoapCredential() const {
+  SecretString text;
+  text.Append("<username>");
+  text.Append(username_);
+  text.Append("</username>\n<password>");
+  text.Append(password_.view());
+  text.Append("</password>\n");
   return text;
 }
 
 // Both texts go in byte for byte: the servers we talk to accept the password
 // exactly as typed, and escaping it would change what they compare.
-std::string UsernameCredential::GetSamlCredential() const {
-  std::string text;
-  text += "<o:UsernameToken xmlns:o=\"";
-  text += kSecextNamespace;
-  text += "\">\n\t<o:Username>";
-  text += username_;
-  text += "</o:Username>\n\t<o:Password Type=\"";
-  text += kPasswordTextType;
-  text += "\">";
-  text += password_;
-  text += "</o:Password>\n</o:UsernameToken>\n";
+SecretString UsernameCredential::GetSamlCredential() const {
+  SecretString text;
+  text.Append("<o:UsernameToken xmlns:o=\"");
+  text.Append(kSecextNamespace);
+  text.Append("\">\n\t<o:Username>");
+  text.Append(username_);
+  text.Append("</o:Username>\n\t<o:Password Type=\"");
+  text.Append(kPasswordTextType);
+  text.Append("\">");
+  text.Append(password_.view());
+  text.Append("</o:Password>\n</o:UsernameToken>\n");
   return text;
 }
 

@@ -3,8 +3,10 @@
 #define VANTREL_AUTH_CREDENTIALS_USERNAME_CREDENTIAL_H_
 
 #include <string>
+#include <string_view>
 
 #include "VantrelAuthEngine64/ICredential.h"
+#include "base/SecretString.h"
 #include "credentials/ISamlCredential.h"
 #include "credentials/ISoapCredential.h"
 
@@ -16,17 +18,17 @@ namespace Auth {
 // deletion through it needs no cast tricks).
 class UsernameCredential : public virtual ICredential, public ISoapCredential, public ISamlCredential {
  public:
-  UsernameCredential(std::string username, std::string password);
+  UsernameCredential(std::string_view username, std::string_view password);
   ~UsernameCredential() override;
 
   // <username>..</username> and <password>..</password>, one line each.
-  std::string GetSoapCredential() const override;
+  SecretString GetSoapCredential() const override;
   // Four lines of an o:UsernameToken, each ending in a line feed.
-  std::string GetSamlCredential() const override;
+  SecretString GetSamlCredential() const override;
 
  private:
   std::string username_;
-  std::string password_;
+  SecretString password_;
 };
 
 }  // namespace Auth

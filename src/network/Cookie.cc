@@ -4,6 +4,7 @@
 #include <ctime>
 
 #include "base/Logger.h"
+#include "base/SecretString.h"
 #include "base/StringUtil.h"
 
 namespace Vantrel {
@@ -21,9 +22,10 @@ Cookie::Cookie()
 
 Cookie::~Cookie() { Reset(); }
 
+// The value is a session (FedAuth, rtFa): wiped whenever it goes.
 void Cookie::Reset() {
   StrFree(&name_);
-  StrFree(&value_);
+  WipeAndFree(&value_);
   StrFree(&domain_);
   StrFree(&path_);
   tail_match_ = false;
@@ -34,7 +36,7 @@ void Cookie::Reset() {
 
 void Cookie::SetName(const char* name) { StrAssign(&name_, name); }
 const char* Cookie::GetName() const { return name_; }
-void Cookie::SetValue(const char* value) { StrAssign(&value_, value); }
+void Cookie::SetValue(const char* value) { WipeAndAssign(&value_, value); }
 const char* Cookie::GetValue() const { return value_; }
 void Cookie::SetDomain(const char* domain) { StrAssign(&domain_, domain); }
 const char* Cookie::GetDomain() const { return domain_; }
@@ -60,10 +62,11 @@ void Cookie::SetExpires(long expires) {
 long Cookie::GetExpires() const { return expires_; }
 
 void Cookie::Copy(Cookie* destination, const Cookie* source) {
-  // Onto itself each StrAssign would free the text it is about to copy.
+  // Onto itself there is nothing to do.
   if (destination == nullptr || source == nullptr || destination == source) return;
+  // A failed allocation leaves `destination` part copied: every field valid.
   StrAssign(&destination->name_, source->name_);
-  StrAssign(&destination->value_, source->value_);
+  WipeAndAssign(&destination->value_, source->value_);
   StrAssign(&destination->domain_, source->domain_);
   StrAssign(&destination->path_, source->path_);
   destination->tail_match_ = source->tail_match_;

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "VantrelAuthEngine64/NetworkResult.h"
+#include "base/SecretString.h"
 #include "base/StringUtil.h"
 #include "text/RegexUtil.h"
 
@@ -21,25 +22,16 @@ const char kValuePattern[] = ":\\s*([^]+?)[\\s\\r\\n]*$";
 void ParseHeaderLine(const char* data, size_t length, NetworkResult* result) {
   if (data == nullptr) return;
   // libcurl's line is neither terminated nor free of NUL bytes; the searches
-  // see it up to its first NUL, like every other subject.
-  char* line = new char[length + 1];
-  std::memcpy(line, data, length);
+  // see it up to its first NUL, like every other subject. Line and value are
+  // wiped when they go: a Set-Cookie line carries a session.
+  OwnedSecret line(new char[length + 1]);
+  std::memcpy(line.get(), data, length);
   line[length] = '\0';
-  char* name = nullptr;
-  char* value = nullptr;
-  try {
-    name = RegexFirstCapture(line, kNamePattern);
-    value = RegexFirstCapture(line, kValuePattern);
-    if (result != nullptr && name != nullptr && name[0] != '\0') result->AddHeader(name, value);
-  } catch (...) {
-    StrFree(&name);
-    StrFree(&value);
-    delete[] line;
-    throw;
-  }
-  StrFree(&name);
-  StrFree(&value);
-  delete[] line;
+  OwnedString name(RegexFirstCapture(line.get(), kNamePattern));
+  OwnedSecret value(RegexFirstCapture(line.get(), kValuePattern));
+  if (result != nullptr && name && name[0] != '\0') result->AddHeader(name.get(), value.get());
+  // The bytes behind a NUL inside the line are out of the deleter's sight.
+  WipeMemory(line.get(), length);
 }
 
 }  // namespace Auth

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "VantrelAuthEngine64/Cookie.h"
+#include "base/SecretString.h"
 #include "text/RegexUtil.h"
 
 namespace Vantrel {
@@ -36,6 +37,13 @@ void ParseNetscapeCookie(Cookie* cookie, const char* line) {
   // sixth power of the line's tabs before it gives up.
   if (std::strpbrk(line, "\r\n") != nullptr) return;
   std::vector<std::string> fields;
+  // The last field is the cookie's value, a session.
+  struct WipeFields {
+    ~WipeFields() {
+      for (std::string& field : *fields) WipeString(&field);
+    }
+    std::vector<std::string>* fields;
+  } wipe{&fields};
   if (!RegexSearchGroups(line, kLinePattern, &fields) || fields.size() != 7) return;
 
   const std::string& domain = fields[0];

@@ -36,13 +36,6 @@ namespace {
 const char kWord[] = "password";
 const size_t kWordLength = sizeof(kWord) - 1;
 
-// A body or header value may hold a password, a client secret or a token:
-// its bytes are overwritten before the heap gets them back.
-void WipeAndFree(char** holder) {
-  if (*holder != nullptr) WipeMemory(*holder, std::strlen(*holder));
-  StrFree(holder);
-}
-
 const char* SslVersionName(SslVersion version) {
   switch (version) {
     case kSslVersionTls1:
@@ -96,21 +89,17 @@ void NetworkConfig::AddHeader(const char* name, const char* value) {
   PushHeader(&headers_, name, value);
 }
 
+// A header's value is wiped as it goes: it may be "Bearer TOKEN".
 void NetworkConfig::ClearHeaders() {
-  for (HeaderNode* node = headers_; node != nullptr; node = node->next) {
-    if (node->header != nullptr) WipeAndFree(&node->header->value);
-  }
   HeaderNode::FreeList(headers_);
   headers_ = nullptr;
 }
 
 void NetworkConfig::SetProxy(const char* proxy) { StrAssign(&proxy_, proxy); }
 const char* NetworkConfig::GetProxy() const { return proxy_; }
-void NetworkConfig::SetPostData(const char* data) {
-  char* copy = StrDup(data);
-  WipeAndFree(&post_data_);
-  post_data_ = copy;
-}
+// A body may hold a password, a client secret or a token: its bytes are
+// overwritten before the heap gets them back.
+void NetworkConfig::SetPostData(const char* data) { WipeAndAssign(&post_data_, data); }
 const char* NetworkConfig::GetPostData() const { return post_data_; }
 void NetworkConfig::SetSslUsed(bool used) { ssl_used_ = used; }
 bool NetworkConfig::IsSslUsed() const { return ssl_used_; }
@@ -151,11 +140,18 @@ void NetworkConfig::LogDump(const NetworkConfig* config) {
                     nullptr);
   // The request itself goes out unmasked; only the logged copy is masked:
   // a password element of an XML body, the secret fields of a form body.
-  char* masked = StrDup(config->post_data_);
-  MaskFormSecrets(MaskPassword(masked));
-  Logger::LogFormat(kLogLevelDebug, "%s - POST data: %s", kWhere, masked, nullptr, nullptr,
+  // The copy still holds every secret that the masks don't know of.
+  OwnedSecret masked(StrDup(config->post_data_));
+  if (masked) {
+    size_t length = std::strlen(masked.get());
+    MaskFormSecrets(MaskPassword(masked.get()));
+    // Masking shortens the text in place and leaves old bytes, a password's
+    // among them, behind the new end, where the deleter would not look.
+    size_t kept = std::strlen(masked.get());
+    WipeMemory(masked.get() + kept, length - kept);
+  }
+  Logger::LogFormat(kLogLevelDebug, "%s - POST data: %s", kWhere, masked.get(), nullptr, nullptr,
                     nullptr);
-  WipeAndFree(&masked);
 }
 
 namespace {

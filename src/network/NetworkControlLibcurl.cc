@@ -223,6 +223,8 @@ AuthResult NetworkControlLibcurl::SendRequest(NetworkConfig* config, NetworkResu
     char* line = new char[size];
     std::snprintf(line, size, "%s: %s", header->name, header->value);
     curl_slist* appended = curl_wrap_->SlistAppend(headers, line);
+    // The line may be "Authorization: Bearer TOKEN".
+    WipeMemory(line, size);
     delete[] line;
     // libcurl gives null when it runs out of memory and leaves the list as
     // it was; the header is then simply missing.

@@ -1,5 +1,6 @@
 #include "VantrelAuthEngine64/NetworkResult.h"
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 
@@ -85,6 +86,15 @@ void NetworkResult::ClearCookies() {
 
 void NetworkResult::AppendBody(const char* data, size_t length) {
   if (length == 0) return;
+  if (body_.size() + length > body_.capacity()) {
+    // Grown by hand: std::string would give its old buffer, which may hold
+    // part of a token answer, back to the heap unwiped.
+    std::string larger;
+    larger.reserve(std::max(body_.size() + length, 2 * body_.capacity()));
+    larger.append(body_);
+    WipeString(&body_);
+    body_.swap(larger);
+  }
   body_.append(data, length);
 }
 
@@ -111,10 +121,9 @@ void NetworkResult::LogDump(const NetworkResult* result) {
                       nullptr, nullptr, nullptr, nullptr);
     return;
   }
-  char* code = IntToText(result->response_code_);
-  Logger::LogFormat(kLogLevelDebug, "%s - Response code: %s", kWhere, code, nullptr, nullptr,
-                    nullptr);
-  StrFree(&code);
+  OwnedString code(IntToText(result->response_code_));
+  Logger::LogFormat(kLogLevelDebug, "%s - Response code: %s", kWhere, code.get(), nullptr,
+                    nullptr, nullptr);
   Logger::LogFormat(kLogLevelDebug, "%s - Error detail: %s", kWhere, result->GetErrorMsg(),
                     nullptr, nullptr, nullptr);
   LogHeaderList(kWhere, result->headers_);

@@ -286,6 +286,9 @@ bool RegexSearchGroups(const char* subject, const char* pattern, std::vector<std
   CompiledPattern compiled(pattern);
   if (!compiled.Search(subject, std::strlen(subject), 0, 0)) return false;
   uint32_t count = compiled.GroupCount();
+  // Room for all at once: a vector that grows moves short texts out of
+  // buffers that it frees unwiped, and a caller may wipe what it got.
+  groups->reserve(count);
   for (uint32_t n = 1; n <= count; ++n) {
     size_t start = 0, end = 0;
     if (compiled.GroupBounds(n, &start, &end)) {

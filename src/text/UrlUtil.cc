@@ -111,6 +111,22 @@ char* EscapeSpaces(char* text) {
   return escaped;
 }
 
+OwnedString JoinUrl(const char* base, const char* path) {
+  char* joined = nullptr;
+  JoinUrl(&joined, base, path);
+  return OwnedString(joined);
+}
+
+// Each function on char* takes its argument into a holder of its own before
+// anything can throw, so releasing it here first loses nothing.
+OwnedString EscapeSpaces(OwnedString text) { return OwnedString(EscapeSpaces(text.release())); }
+
+OwnedString UrlEncode(OwnedString text) { return OwnedString(UrlEncode(text.release())); }
+
+OwnedString UrlDecode(OwnedString text) { return OwnedString(UrlDecode(text.release())); }
+
+OwnedString SanitizeUrl(OwnedString url) { return OwnedString(SanitizeUrl(url.release())); }
+
 std::string PercentEncode(const std::string& text) {
   std::string out;
   out.reserve(text.size() * 3);

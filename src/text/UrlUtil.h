@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "base/StringUtil.h"
+
 namespace Vantrel {
 namespace Auth {
 
@@ -25,6 +27,14 @@ char* UrlDecode(char* text);
 // "/<page>.aspx" segment. Null and "" come back as they are; otherwise a new
 // owned string is returned and `url` released.
 char* SanitizeUrl(char* url);
+
+// The same on held strings: what a function takes over is never in the
+// caller's hands, so nothing can leak between the two.
+OwnedString JoinUrl(const char* base, const char* path);
+OwnedString EscapeSpaces(OwnedString text);
+OwnedString UrlEncode(OwnedString text);
+OwnedString UrlDecode(OwnedString text);
+OwnedString SanitizeUrl(OwnedString url);
 
 // The percent codec. Only ASCII letters and digits are left as they are.
 std::string PercentEncode(const std::string& text);

@@ -73,7 +73,7 @@ TEST_F(AdfsTest, EachCredentialGoesOutInTheExactEnvelope) {
     ASSERT_EQ(adfs()->Authenticate(Http("").c_str(), kRealm, credential), kAuthResultOk) << Detail(*adfs());
     Request sent = OnlyRequest();
     EXPECT_EQ(sent.target, kEndpoint);
-    EXPECT_EQ(sent.body, Envelope(Http(kEndpoint), dynamic_cast<const ISamlCredential*>(credential)->GetSamlCredential()));
+    EXPECT_EQ(sent.body, Envelope(Http(kEndpoint), std::string(dynamic_cast<const ISamlCredential*>(credential)->GetSamlCredential().view())));
     EXPECT_EQ(sent.Headers("Content-Type"), std::vector<std::string>{"application/soap+xml; charset=utf-8"});
     EXPECT_TRUE(sent.Headers("SOAPAction").empty());
   }

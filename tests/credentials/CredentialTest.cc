@@ -16,7 +16,7 @@ namespace {
 
 using testing::CredentialPtr;
 
-std::string SamlText(const ICredential* c) { return dynamic_cast<const ISamlCredential&>(*c).GetSamlCredential(); }
+std::string SamlText(const ICredential* c) { return std::string(dynamic_cast<const ISamlCredential&>(*c).GetSamlCredential().view()); }
 
 TEST(UsernameCredentialTest, TextsCarryTheBytesAsGivenInFixedLayout) {
   const char* cases[][2] = {{"", ""}, {"DOM\\b<o>j\xC3\xBCrgen", "a&b<c\"' \xE2\x82\xAC"}};
@@ -27,16 +27,16 @@ TEST(UsernameCredentialTest, TextsCarryTheBytesAsGivenInFixedLayout) {
               ".xsd\">\n\t<o:Username>" + std::string(c[0]) + "</o:Username>\n\t<o:Password Type=\"http://docs.oasis-"
               "open.org/wss/2004/01/oasis-200401-wss-username-token-profile-1.0#PasswordText\">" + c[1] +
               "</o:Password>\n</o:UsernameToken>\n");
-    EXPECT_EQ(dynamic_cast<const ISoapCredential*>(credential.get())->GetSoapCredential(),
+    EXPECT_EQ(dynamic_cast<const ISoapCredential*>(credential.get())->GetSoapCredential().view(),
               std::string("<username>") + c[0] + "</username>\n<password>" + c[1] + "</password>\n");
   }
 }
 
 // The token's value starts at "t=" and runs to the closing tag.
 TEST(BinaryTokenCredentialTest, TokenValue) {
-  EXPECT_EQ(BinaryTokenCredential("<BinarySecurityToken Id=\"C\">t=Ew&amp;p=\n</BinarySecurityToken>").GetTokenValue(),
+  EXPECT_EQ(BinaryTokenCredential("<BinarySecurityToken Id=\"C\">t=Ew&amp;p=\n</BinarySecurityToken>").GetTokenValue().view(),
             "t=Ew&amp;p=\n");
-  EXPECT_EQ(BinaryTokenCredential("<BinarySecurityToken>X</BinarySecurityToken>").GetTokenValue(), "");
+  EXPECT_EQ(BinaryTokenCredential("<BinarySecurityToken>X</BinarySecurityToken>").GetTokenValue().view(), "");
 }
 
 std::string Rstr(const std::string& inner) {

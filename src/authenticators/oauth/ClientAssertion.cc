@@ -15,8 +15,10 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <string_view>
+#include <utility>
 
 #include "authenticators/oauth/Base64Url.h"
+#include "authenticators/oauth/JsonMember.h"
 #include "authenticators/oauth/RandomText.h"
 #include "base/Logger.h"
 #include "base/StringUtil.h"
@@ -283,7 +285,7 @@ AuthResult ClientAssertion::LoadFiles(const char* certificate_file, const char* 
   if (IsLoadedFrom(digest)) return kAuthResultOk;
   Unload();
 
-  Keys* keys = new Keys();
+  std::unique_ptr<Keys> keys(new Keys());
   if (key_file == nullptr) {
     result = ReadPkcs12({certificate_bytes.view(), certificate_file}, password, &keys->key,
                         &keys->certificate, detail);
@@ -291,11 +293,8 @@ AuthResult ClientAssertion::LoadFiles(const char* certificate_file, const char* 
     result = ReadPemPair({certificate_bytes.view(), certificate_file}, {key_bytes.view(), key_file},
                          password, &keys->key, &keys->certificate, detail);
   }
-  if (result != kAuthResultOk) {
-    delete keys;
-    return result;
-  }
-  return Adopt(keys, digest, detail);
+  if (result != kAuthResultOk) return result;
+  return Adopt(std::move(keys), digest, detail);
 }
 
 AuthResult ClientAssertion::LoadData(const char* certificate, size_t certificate_size,
@@ -320,7 +319,7 @@ AuthResult ClientAssertion::LoadData(const char* certificate, size_t certificate
   if (IsLoadedFrom(digest)) return kAuthResultOk;
   Unload();
 
-  Keys* keys = new Keys();
+  std::unique_ptr<Keys> keys(new Keys());
   Source certificate_source{certificate_bytes, std::string("(the ") + what + " given in memory)"};
   if (key == nullptr) {
     result = ReadPkcs12(certificate_source, password, &keys->key, &keys->certificate, detail);
@@ -328,11 +327,8 @@ AuthResult ClientAssertion::LoadData(const char* certificate, size_t certificate
     result = ReadPemPair(certificate_source, {key_bytes, "(the key given in memory)"}, password,
                          &keys->key, &keys->certificate, detail);
   }
-  if (result != kAuthResultOk) {
-    delete keys;
-    return result;
-  }
-  return Adopt(keys, digest, detail);
+  if (result != kAuthResultOk) return result;
+  return Adopt(std::move(keys), digest, detail);
 }
 
 // A failed load leaves nothing loaded: signing on with an older key would
@@ -353,7 +349,8 @@ bool ClientAssertion::IsLoadedFrom(const std::string& digest) const {
 }
 
 // Takes `keys` over; keeps them only if Entra ID could accept them.
-AuthResult ClientAssertion::Adopt(Keys* keys, const std::string& digest, std::string* detail) {
+AuthResult ClientAssertion::Adopt(std::unique_ptr<Keys> keys, const std::string& digest,
+                                  std::string* detail) {
   AuthResult result = kAuthResultOk;
   int bits = EVP_PKEY_get_bits(keys->key);
   if (X509_check_private_key(keys->certificate, keys->key) != 1) {
@@ -375,10 +372,9 @@ AuthResult ClientAssertion::Adopt(Keys* keys, const std::string& digest, std::st
   if (result != kAuthResultOk) {
     x5t_s256_.clear();
     x5t_.clear();
-    delete keys;
     return result;
   }
-  keys_ = keys;
+  keys_ = keys.release();
   loaded_digest_ = digest;
   std::string bit_text = std::to_string(bits);
   Logger::LogFormat(
@@ -407,33 +403,39 @@ bool ClientAssertion::Sign(EntraAssertionAlgorithm algorithm, const std::string&
     return false;
   }
 
-  nlohmann::json header = {{"alg", pss ? "PS256" : "RS256"},
-                           {"typ", "JWT"},
-                           {pss ? "x5t#S256" : "x5t", pss ? x5t_s256_ : x5t_}};
+  // Member by member: an initializer list makes a two-element array of each
+  // pair, and destroys it again, allocating (see DisposeJson).
+  nlohmann::json header = nlohmann::json::object();
+  JsonDisposal<nlohmann::json> dispose_header(&header);
+  header["alg"] = pss ? "PS256" : "RS256";
+  header["typ"] = "JWT";
+  header[pss ? "x5t#S256" : "x5t"] = pss ? x5t_s256_ : x5t_;
   int64_t issued = static_cast<int64_t>(now);
-  nlohmann::json claims = {{"aud", audience},
-                           {"iss", client_id},
-                           {"sub", client_id},
-                           {"jti", jti},
-                           {"nbf", issued},
-                           {"iat", issued},
-                           {"exp", issued + kLifetimeSeconds}};
+  nlohmann::json claims = nlohmann::json::object();
+  JsonDisposal<nlohmann::json> dispose_claims(&claims);
+  claims["aud"] = audience;
+  claims["iss"] = client_id;
+  claims["sub"] = client_id;
+  claims["jti"] = jti;
+  claims["nbf"] = issued;
+  claims["iat"] = issued;
+  claims["exp"] = issued + kLifetimeSeconds;
+  // Signature and signed text together are the credential; only `jwt`, which
+  // wipes itself, keeps them.
   std::string signing_input =
       Base64UrlEncode(CompactJson(header)) + "." + Base64UrlEncode(CompactJson(claims));
+  ScopedWipe wipe_input(&signing_input);
   std::string signature;
+  ScopedWipe wipe_signature(&signature);
   if (!SignSha256(keys_->key, pss, signing_input, &signature)) {
     if (detail != nullptr) *detail = "The client assertion could not be signed.";
     return false;
   }
-  // Signature and signed text together are the credential; only `jwt`, which
-  // wipes itself, keeps them.
   std::string encoded_signature = Base64UrlEncode(signature);
+  ScopedWipe wipe_encoded(&encoded_signature);
   jwt->Assign(signing_input);
   jwt->Append('.');
   jwt->Append(encoded_signature);
-  WipeString(&encoded_signature);
-  WipeString(&signature);
-  WipeString(&signing_input);
   return true;
 }
 

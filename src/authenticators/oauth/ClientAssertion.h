@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <ctime>
+#include <memory>
 #include <string>
 
 #include "VantrelAuthEngine64/AuthTypes.h"
@@ -52,7 +53,8 @@ class ClientAssertion {
 
  private:
   struct Keys;
-  AuthResult Adopt(Keys* keys, const std::string& digest, std::string* detail);
+  // Takes the keys over, also when it refuses them or throws.
+  AuthResult Adopt(std::unique_ptr<Keys> keys, const std::string& digest, std::string* detail);
   void Unload();
   bool IsLoadedFrom(const std::string& digest) const;
 

@@ -8,6 +8,7 @@ namespace Auth {
 bool DeviceCodeAnswer::Parse(std::string_view body, DeviceCodeAnswer* answer) {
   *answer = DeviceCodeAnswer();
   nlohmann::json object;
+  JsonDisposal<nlohmann::json> dispose(&object);
   if (!ParseJsonObject(body, &object)) return false;
   TakeJsonSecret(&object, "device_code", &answer->device_code);
   ReadJsonString(object, "user_code", &answer->user_code);

@@ -35,6 +35,7 @@ bool IdTokenClaims::Read(std::string_view id_token, IdTokenClaims* claims) {
     return false;
   }
   nlohmann::json object;
+  JsonDisposal<nlohmann::json> dispose(&object);
   if (!ParseJsonObject(payload, &object)) return false;
   ReadJsonString(object, "preferred_username", &claims->preferred_username);
   ReadJsonString(object, "tid", &claims->tenant_id);

@@ -27,6 +27,7 @@ bool SecondsOfText(const std::string& text, long long* seconds) {
 bool ParseJsonObject(std::string_view text, nlohmann::json* object) {
   *object = nlohmann::json::parse(text.data(), text.data() + text.size(), nullptr, false);
   if (object->is_object()) return true;
+  DisposeJson(object);
   *object = nlohmann::json();
   return false;
 }

@@ -18,6 +18,33 @@ namespace Auth {
 // callers may add it without a check of their own.
 constexpr long long kMaxJsonSeconds = 1000000000;  // about 31 years
 
+// nlohmann's destructor of an array or object that holds anything first
+// reserves a vector for the children; a failed allocation there, inside a
+// destructor, ends the process instead of reaching the host. Emptied leaves
+// first, a value goes without allocating. Below kDisposedDepth levels the
+// destructor is left to do it (a hostile text must not cost the stack).
+constexpr int kDisposedDepth = 64;
+
+template <typename Json>
+void DisposeJson(Json* value, int depth = 0) noexcept {
+  if (!value->is_structured() || depth >= kDisposedDepth) return;
+  for (Json& child : *value) DisposeJson(&child, depth + 1);
+  value->clear();
+}
+
+// Disposes of a JSON value when the scope ends, by return or exception.
+template <typename Json>
+class JsonDisposal {
+ public:
+  explicit JsonDisposal(Json* value) : value_(value) {}
+  ~JsonDisposal() { DisposeJson(value_); }
+  JsonDisposal(const JsonDisposal&) = delete;
+  JsonDisposal& operator=(const JsonDisposal&) = delete;
+
+ private:
+  Json* value_;
+};
+
 // False unless `text` is a JSON object.
 bool ParseJsonObject(std::string_view text, nlohmann::json* object);
 

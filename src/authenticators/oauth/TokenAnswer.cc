@@ -59,6 +59,7 @@ void ReadErrorCodes(const nlohmann::json& object, std::vector<long long>* codes)
 bool TokenAnswer::Parse(std::string_view body, TokenAnswer* answer) {
   *answer = TokenAnswer();
   nlohmann::json object;
+  JsonDisposal<nlohmann::json> dispose(&object);
   if (!ParseJsonObject(body, &object)) return false;
   TakeJsonSecret(&object, "access_token", &answer->access_token);
   TakeJsonSecret(&object, "refresh_token", &answer->refresh_token);

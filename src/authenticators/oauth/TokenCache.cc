@@ -19,6 +19,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "authenticators/oauth/JsonMember.h"
 #include "base/Logger.h"
 
 namespace Vantrel {
@@ -154,6 +155,7 @@ Json Text(const SecretString& text) { return Json(WipedText(text.data(), text.si
 
 Json EntryToJson(const TokenCacheEntry& entry) {
   Json item = Json::object();
+  JsonDisposal<Json> dispose(&item);
   item["authority_host"] = Text(entry.key.authority_host);
   item["tenant"] = Text(entry.key.tenant);
   item["client_id"] = Text(entry.key.client_id);
@@ -164,7 +166,8 @@ Json EntryToJson(const TokenCacheEntry& entry) {
   item["expires_on"] = static_cast<int64_t>(entry.expires_on);
   item["cached_at"] = static_cast<int64_t>(entry.cached_at);
   item["tenant_id"] = Text(entry.tenant_id);
-  return item;
+  // Moved out, so that the disposal empties nothing the caller gets.
+  return Json(std::move(item));
 }
 
 // --- files -------------------------------------------------------------------
@@ -372,7 +375,8 @@ void TokenCache::MergeLoaded(const std::vector<TokenCacheEntry>& loaded) {
 
 bool TokenCache::ParseFile(std::string_view text, std::vector<TokenCacheEntry>* entries) {
   entries->clear();
-  const Json root = Json::parse(text.begin(), text.end(), nullptr, false);
+  Json root = Json::parse(text.begin(), text.end(), nullptr, false);
+  JsonDisposal<Json> dispose(&root);
   if (root.is_discarded() || !root.is_object()) return false;
   std::string format;
   const Json* version = Member(root, "version");
@@ -393,8 +397,10 @@ bool TokenCache::ParseFile(std::string_view text, std::vector<TokenCacheEntry>* 
 
 SecretString TokenCache::SerializeFile(const std::vector<TokenCacheEntry>& entries) {
   Json list = Json::array();
+  JsonDisposal<Json> dispose_list(&list);
   for (const TokenCacheEntry& entry : entries) list.push_back(EntryToJson(entry));
   Json root = Json::object();
+  JsonDisposal<Json> dispose_root(&root);
   root["format"] = kFormat;
   root["version"] = kVersion;
   root["entries"] = std::move(list);
