@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <mutex>
 
 namespace Vantrel {
 namespace Auth {
@@ -24,8 +25,6 @@ bool KeepsPlaceholderRule(const char* format) {
 
 }  // namespace
 
-// Created without a guard: the host makes its first configuration call on one
-// thread before others enter the library, and exactly one logger must exist.
 Logger* Logger::instance_ = nullptr;
 
 Logger::Logger() : log_level_(kLogLevelOff), callback_(nullptr) {}
@@ -33,7 +32,10 @@ Logger::Logger() : log_level_(kLogLevelOff), callback_(nullptr) {}
 Logger::~Logger() {}
 
 Logger* Logger::GetInstance() {
-  if (instance_ == nullptr) instance_ = new Logger();
+  // Two threads may log first at once; exactly one logger must come of it.
+  // The flag is constant-initialised, so no guard stands in front of it.
+  static std::once_flag created;
+  std::call_once(created, [] { instance_ = new Logger(); });
   return instance_;
 }
 

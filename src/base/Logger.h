@@ -12,7 +12,8 @@ namespace Auth {
 
 class Logger {
  public:
-  // The one logger of the process, created on first use and never deleted.
+  // The one logger of the process, created on first use (from any thread)
+  // and never deleted.
   static Logger* GetInstance();
 
   void SetLogLevel(VantrelAuthLogLevel level);
@@ -38,6 +39,8 @@ class Logger {
 
   static Logger* instance_;
 
+  // Plain fields, read by every log call: the host sets them before its
+  // threads enter the library and leaves them alone while any is inside.
   VantrelAuthLogLevel log_level_;
   VantrelAuthLogCallback callback_;
 };

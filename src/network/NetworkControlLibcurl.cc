@@ -18,6 +18,7 @@
 #include "network/HeaderLine.h"
 #include "network/NetscapeCookie.h"
 #include "network/SecretMask.h"
+#include "network/VerboseLogFile.h"
 
 namespace Vantrel {
 namespace Auth {
@@ -141,6 +142,9 @@ NetworkControlLibcurl::~NetworkControlLibcurl() {
   if (IsSet(curl_log_file_)) {
     LogDebug("%s - Removing log file: %s", kWhere, curl_log_file_);
     // The file may never have been created; that is not worth a word.
+    // Another transport capturing under the same name keeps writing and
+    // reading through its open descriptor, and its next capture makes the
+    // file anew.
     std::remove(curl_log_file_);
   }
   StrFree(&curl_log_file_);
@@ -260,13 +264,14 @@ AuthResult NetworkControlLibcurl::SendRequest(NetworkConfig* config, NetworkResu
     curl_wrap_->SetOpt(CURLOPT_NOPROGRESS, 0L);
   }
 
-  const bool capture = IsSet(curl_log_file_) && config->IsVerbose();
   FILE*& log_stream = held.stream;
-  if (capture) {
-    // "w+" empties what the previous verbose request left.
-    log_stream = std::fopen(curl_log_file_, "w+");
+  if (IsSet(curl_log_file_) && config->IsVerbose()) {
+    bool unnamed = false;
+    log_stream = OpenVerboseLogFile(curl_log_file_, &unnamed);
     if (log_stream != nullptr) {
-      LogDebug("%s: Successfully open log file for writing: %s", kWhere, curl_log_file_);
+      LogDebug(unnamed ? "%s: Log file busy, writing to an unnamed file beside it: %s"
+                       : "%s: Successfully open log file for writing: %s",
+               kWhere, curl_log_file_);
       std::setbuf(log_stream, log_stream_buffer_);
     }
   }
@@ -285,10 +290,11 @@ AuthResult NetworkControlLibcurl::SendRequest(NetworkConfig* config, NetworkResu
   if (log_stream != nullptr) {
     LogDebug("%s: Close log file: %s", kWhere, curl_log_file_);
     std::fflush(log_stream);
+    CopyVerboseLog(log_stream);
+    // Only now may another transport have the file.
     std::fclose(log_stream);
     log_stream = nullptr;
   }
-  if (capture) CopyVerboseLog();
 
   curl_wrap_->SlistFreeAll(headers);
   headers = nullptr;
@@ -313,10 +319,12 @@ AuthResult NetworkControlLibcurl::SendRequest(NetworkConfig* config, NetworkResu
   return kAuthResultSendFailed;
 }
 
-void NetworkControlLibcurl::CopyVerboseLog() {
+void NetworkControlLibcurl::CopyVerboseLog(FILE* file) {
   static const char kWhere[] = "NetworkControlLibcurl::SendRequest";
-  FILE* file = std::fopen(curl_log_file_, "r+");
-  if (file == nullptr) return;
+  // Read back through the descriptor that was written, not by opening the
+  // name again: by now the name may be gone (removed by another transport) or
+  // stand for another file, and the lock would have to be taken anew.
+  std::rewind(file);
   LogDebug("%s: Opened log file for reading: %s", kWhere, curl_log_file_);
   LogDebug("%s: libcurl verbose output BEGIN .....", kWhere);
   char line[kVerboseLineSize];
@@ -340,7 +348,6 @@ void NetworkControlLibcurl::CopyVerboseLog() {
   WipeMemory(line, sizeof(line));
   LogDebug("%s: libcurl verbose output END.", kWhere);
   LogDebug("%s: Close log file: %s", kWhere, curl_log_file_);
-  std::fclose(file);
 }
 
 AuthResult NetworkControlLibcurl::ProcessResponse(NetworkResult* result) {

@@ -45,7 +45,8 @@ class NetworkControlLibcurl : public INetworkControl {
  private:
   AuthResult SendRequest(NetworkConfig* config, NetworkResult* result);
   AuthResult ProcessResponse(NetworkResult* result);
-  void CopyVerboseLog();
+  // Logs, line by line, what libcurl wrote to `file` during the request.
+  void CopyVerboseLog(FILE* file);
   bool IsCancelled() const;
 
   static size_t WriteCallback(char* data, size_t size, size_t count, void* user);
