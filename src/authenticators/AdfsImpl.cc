@@ -103,10 +103,7 @@ AuthResult AdfsImpl::AuthenticateHelper(const char* server_url, const char* real
     return kAuthResultAuthFailed;
   }
 
-  // The envelope may hold a clear-text password: don't keep it past success.
-  config->Reset();
-  result->Reset();
-  return kAuthResultOk;
+  return FinishAttempt(config, result);
 }
 
 }  // namespace Auth

@@ -495,9 +495,7 @@ class EntraIdState {
     }
     Store(attempt, answer.refresh_token.empty() ? earlier.refresh_token : answer.refresh_token,
           now);
-    attempt->config->Reset();
-    attempt->result->Reset();
-    return kAuthResultOk;
+    return FinishAttempt(attempt->config, attempt->result);
   }
 
   // GET {site}/_api/web with the new token: the site's own verdict on it.

@@ -118,9 +118,7 @@ AuthResult SharePointAdfs::AuthenticateByRstr(const char* site, const char* rstr
     return kAuthResultAuthFailed;
   }
 
-  config->Reset();
-  result->Reset();
-  return kAuthResultOk;
+  return FinishAttempt(config, result);
 }
 
 }  // namespace Auth

@@ -110,9 +110,7 @@ AuthResult SharePointFba::Authenticate(const char* site, const char* user, const
     return kAuthResultAuthFailed;
   }
 
-  config->Reset();
-  result->Reset();
-  return kAuthResultOk;
+  return FinishAttempt(config, result);
 }
 
 const Cookie* SharePointFba::GetFedAuthCookie() const {

@@ -167,9 +167,7 @@ AuthResult SharePointOffice365::Authenticate(const char* site, const ICredential
     return kAuthResultAuthFailed;
   }
 
-  config->Reset();
-  result->Reset();
-  return kAuthResultOk;
+  return FinishAttempt(config, result);
 }
 
 AuthResult SharePointOffice365::GetAuthTarget(std::string email,
