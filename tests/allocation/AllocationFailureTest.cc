@@ -207,22 +207,11 @@ class SignInFailureTest : public OnlineTest, public ::testing::WithParamInterfac
   }
 
   void InstallSharePointWorld() {
-    Emulation::Office365ServiceOptions service;
-    service.accounts = {{kManagedUser, {"Managed", "", kAccountPassword}},
-                        {kFederatedUser, {"Federated", std::string(kAdfsServer) + "/adfs/ls/?wa=wsignin1.0", ""}}};
-    service.trusted_issuers = {kAdfsIssuer};
-    InstallService(service);
-    InstallSite();
-    Emulation::OnlineSiteOptions fabrikam;
-    fabrikam.host = "fabrikam.sharepoint.com";
-    fabrikam_ = Emulation::InstallOnlineSite(&emulator_, fabrikam, service_);
-    Emulation::AdfsServerOptions adfs{"", "adfs.fabrikam.com", kAdfsIssuer, {{kFederatedUser, kAccountPassword}},
-                                      {kOnlineRealm, kTrustRealm}};
-    Emulation::TrustSiteOptions trust;
-    trust.realm = kTrustRealm;
-    adfs_ = trust.adfs = Emulation::InstallAdfsServer(&emulator_, adfs);
-    trust_ = Emulation::InstallTrustSite(&emulator_, trust);
-    fba_ = Emulation::InstallFbaSite(&emulator_, {"/sites/fba", "", {{"alice", kAccountPassword}}});
+    EveryFlowSites sites = InstallEveryFlowSites(kAccountPassword);
+    fabrikam_ = sites.fabrikam;
+    adfs_ = sites.adfs;
+    trust_ = sites.trust;
+    fba_ = sites.fba;
 
     AuthEngine engine;  // AdfsByUser and Office365RealmAndToken give the tokens
     ASSERT_EQ(kFlows[1].sign_in(engine, prepared_, true), kAuthResultOk);

@@ -4,14 +4,7 @@
 # vantrel-signin. Inputs: BUILD_DIR WORK_DIR README CPACK CXX PKG_CONFIG GENERATOR.
 cmake_minimum_required(VERSION 3.21)
 
-function(run)
-  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
-  if(NOT result EQUAL 0)
-    string(REPLACE ";" " " command "${ARGN}")
-    message(FATAL_ERROR "failed (${result}): ${command}\n${out}\n${err}")
-  endif()
-  set(run_output "${out}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/Run.cmake)
 
 # The text of the first fenced block of `language` after `heading` in the README.
 function(readme_block heading language result)

@@ -28,6 +28,18 @@ constexpr char kSite[] = "https://contoso.sharepoint.com/sites/team";
 constexpr char kManagedUser[] = "adele@contoso.com";
 constexpr char kManagedPassword[] = "Spring-2024";
 
+// The password of every account below: markup, quotes, per cent signs that do
+// and don't read as escapes, a blank, a byte above 0x7F. Every spelling of it
+// (form-encoded, escaped, cut short) starts with "Zq7".
+constexpr char kPassword[] = "Zq7<&>\"'%41%25 x\xc3\xa9";
+constexpr char kFormsSite[] = "https://intranet.contoso.test/sites/fba";
+constexpr char kTrustSite[] = "https://intranet.contoso.test/sites/adfs";
+constexpr char kTrustRealm[] = "urn:sharepoint:contoso";
+constexpr char kAdfsServer[] = "https://adfs.fabrikam.com";
+constexpr char kAdfsIssuer[] = "http://adfs.fabrikam.com/adfs/services/trust";
+constexpr char kOnlineRealm[] = "urn:federation:MicrosoftOnline";
+constexpr char kFederatedUser[] = "megan@fabrikam.com";
+
 class OnlineTest : public EmulatorTest {
  protected:
   void SetUp() override {
@@ -55,21 +67,43 @@ class OnlineTest : public EmulatorTest {
     return lines;
   }
 
+  // The sites of the forms, ADFS and Office 365 sign-ins, with every account's
+  // password `password`: the Office 365 service with a managed and a federated
+  // user, contoso's and fabrikam's online sites, ADFS, the site that trusts it
+  // and the forms site.
+  struct EveryFlowSites {
+    std::shared_ptr<Emulation::OnlineSiteState> fabrikam;
+    std::shared_ptr<Emulation::AdfsServerState> adfs;
+    std::shared_ptr<Emulation::TrustSiteState> trust;
+    std::shared_ptr<Emulation::FbaSiteState> fba;
+  };
+  EveryFlowSites InstallEveryFlowSites(const char* password) {
+    EveryFlowSites sites;
+    Emulation::Office365ServiceOptions service;
+    service.accounts = {{kManagedUser, {"Managed", "", password}},
+                        {kFederatedUser, {"Federated", std::string(kAdfsServer) + "/adfs/ls/?wa=wsignin1.0", ""}}};
+    service.trusted_issuers = {kAdfsIssuer};
+    InstallService(service);
+    InstallSite();
+    Emulation::OnlineSiteOptions fabrikam;
+    fabrikam.host = "fabrikam.sharepoint.com";
+    sites.fabrikam = Emulation::InstallOnlineSite(&emulator_, fabrikam, service_);
+    Emulation::AdfsServerOptions adfs;
+    adfs.host = "adfs.fabrikam.com";
+    adfs.issuer = kAdfsIssuer;
+    adfs.accounts = {{kFederatedUser, password}};
+    adfs.realms = {kOnlineRealm, kTrustRealm};
+    Emulation::TrustSiteOptions trust;
+    trust.realm = kTrustRealm;
+    sites.adfs = trust.adfs = Emulation::InstallAdfsServer(&emulator_, adfs);
+    sites.trust = Emulation::InstallTrustSite(&emulator_, trust);
+    sites.fba = Emulation::InstallFbaSite(&emulator_, {"/sites/fba", "", {{"alice", password}}});
+    return sites;
+  }
+
   std::shared_ptr<Emulation::Office365ServiceState> service_;
   std::shared_ptr<Emulation::OnlineSiteState> site_;
 };
-
-// The password of every account below: markup, quotes, per cent signs that do
-// and don't read as escapes, a blank, a byte above 0x7F. Every spelling of it
-// (form-encoded, escaped, cut short) starts with "Zq7".
-constexpr char kPassword[] = "Zq7<&>\"'%41%25 x\xc3\xa9";
-constexpr char kFormsSite[] = "https://intranet.contoso.test/sites/fba";
-constexpr char kTrustSite[] = "https://intranet.contoso.test/sites/adfs";
-constexpr char kTrustRealm[] = "urn:sharepoint:contoso";
-constexpr char kAdfsServer[] = "https://adfs.fabrikam.com";
-constexpr char kAdfsIssuer[] = "http://adfs.fabrikam.com/adfs/services/trust";
-constexpr char kOnlineRealm[] = "urn:federation:MicrosoftOnline";
-constexpr char kFederatedUser[] = "megan@fabrikam.com";
 
 // An engine trusting `ca_file` whose transport keeps libcurl's verbose text in a
 // directory of its own (two made in one second in one directory share a file).
@@ -100,25 +134,7 @@ class EveryFlowTest : public OnlineTest {
  protected:
   void SetUp() override {
     OnlineTest::SetUp();
-    Emulation::Office365ServiceOptions service;
-    service.accounts = {{kManagedUser, {"Managed", "", kPassword}},
-                        {kFederatedUser, {"Federated", std::string(kAdfsServer) + "/adfs/ls/?wa=wsignin1.0", ""}}};
-    service.trusted_issuers = {kAdfsIssuer};
-    InstallService(service);
-    InstallSite();
-    Emulation::OnlineSiteOptions fabrikam;
-    fabrikam.host = "fabrikam.sharepoint.com";
-    InstallSite(fabrikam);
-    Emulation::AdfsServerOptions adfs;
-    adfs.host = "adfs.fabrikam.com";
-    adfs.issuer = kAdfsIssuer;
-    adfs.accounts = {{kFederatedUser, kPassword}};
-    adfs.realms = {kOnlineRealm, kTrustRealm};
-    Emulation::TrustSiteOptions trust;
-    trust.realm = kTrustRealm;
-    trust.adfs = Emulation::InstallAdfsServer(&emulator_, adfs);
-    Emulation::InstallTrustSite(&emulator_, trust);
-    Emulation::InstallFbaSite(&emulator_, {"/sites/fba", "", {{"alice", kPassword}}});
+    InstallEveryFlowSites(kPassword);
   }
 
   // Forms; ADFS and the site that trusts it; Office 365 for the managed user
