@@ -196,73 +196,12 @@ AuthResult NetworkControlLibcurl::SendRequest(NetworkConfig* config, NetworkResu
     return kAuthResultCancelled;
   }
   error_buffer_[0] = '\0';
-  // libcurl (7.88) keeps the cookie-file list of the previous request past
-  // the transfer, and curl_easy_reset forgets it without freeing it: a leak
-  // per request. Handing the list back first costs nothing, as every cookie
-  // is wiped below anyway.
-  curl_wrap_->SetOpt(CURLOPT_COOKIEFILE, static_cast<const char*>(nullptr));
-  // Reset, not a new handle: live connections and the DNS and TLS caches
-  // outlast the request, options don't.
-  curl_wrap_->Reset();
-
-  // Wiping the cookies and then switching the engine on without a file means
-  // no request carries a cookie from an earlier one, and afterwards the engine
-  // holds exactly what this response set.
-  curl_wrap_->SetOpt(CURLOPT_COOKIELIST, "ALL");
-  curl_wrap_->SetOpt(CURLOPT_ERRORBUFFER, error_buffer_);
-  if (config->IsSslUsed()) {
-    curl_wrap_->SetOpt(CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
-    curl_wrap_->SetOpt(CURLOPT_SSL_VERIFYHOST, config->IsVerifyHost() ? 2L : 0L);
-    curl_wrap_->SetOpt(CURLOPT_SSL_VERIFYPEER, config->IsVerifyCert() ? 1L : 0L);
-    if (IsSet(config->GetCaFile())) curl_wrap_->SetOpt(CURLOPT_CAINFO, config->GetCaFile());
-  }
-  curl_wrap_->SetOpt(CURLOPT_URL, config->GetUrl());
-
+  ResetHandle();
   RequestResources held(curl_wrap_);
-  curl_slist*& headers = held.headers;
-  for (const HeaderNode* node = config->GetHeaders(); node != nullptr; node = node->next) {
-    const Header* header = node->header;
-    if (header == nullptr || header->name == nullptr || header->value == nullptr) continue;
-    size_t size = std::strlen(header->name) + std::strlen(header->value) + 3;
-    char* line = new char[size];
-    std::snprintf(line, size, "%s: %s", header->name, header->value);
-    curl_slist* appended = curl_wrap_->SlistAppend(headers, line);
-    // The line may be "Authorization: Bearer TOKEN".
-    WipeMemory(line, size);
-    delete[] line;
-    // libcurl gives null when it runs out of memory and leaves the list as
-    // it was; the header is then simply missing.
-    if (appended != nullptr) headers = appended;
-  }
-  curl_wrap_->SetOpt(CURLOPT_HTTPHEADER, headers);
-
-  // The method follows from the body alone: libcurl makes a POST of any
-  // request that has post fields. libcurl doesn't copy them; the config's
-  // string outlives the transfer.
-  if (IsSet(config->GetPostData())) curl_wrap_->SetOpt(CURLOPT_POSTFIELDS, config->GetPostData());
-  curl_wrap_->SetOpt(CURLOPT_COOKIEFILE, "");
-  curl_wrap_->SetOpt(CURLOPT_VERBOSE, config->IsVerbose() ? 1L : 0L);
-  if (IsSet(config->GetProxy())) curl_wrap_->SetOpt(CURLOPT_PROXY, config->GetProxy());
-  curl_wrap_->SetOpt(CURLOPT_WRITEFUNCTION, reinterpret_cast<void*>(&WriteCallback));
-  curl_wrap_->SetOpt(CURLOPT_WRITEDATA, static_cast<void*>(this));
-  curl_wrap_->SetOpt(CURLOPT_HEADERFUNCTION, reinterpret_cast<void*>(&HeaderCallback));
-  curl_wrap_->SetOpt(CURLOPT_HEADERDATA, static_cast<void*>(this));
-  curl_wrap_->SetOpt(CURLOPT_SSLVERSION, CurlSslVersion(config->GetSslVersion()));
-  // No signals: without this libcurl may bound a name lookup with SIGALRM and
-  // swaps SIGPIPE's handler around each transfer, both process-wide, racing
-  // the host's other threads. Its sockets are written with MSG_NOSIGNAL.
-  curl_wrap_->SetOpt(CURLOPT_NOSIGNAL, 1L);
   // Read at each request: a change applies from the next one on.
   const long connect_timeout = AuthEngineConfig::GetConnectTimeout();
   const long request_timeout = AuthEngineConfig::GetRequestTimeout();
-  curl_wrap_->SetOpt(CURLOPT_CONNECTTIMEOUT, connect_timeout);
-  curl_wrap_->SetOpt(CURLOPT_TIMEOUT, request_timeout);
-  if (cancellation_ != nullptr) {
-    // Called at every wake of PerformWaking, also while nothing arrives.
-    curl_wrap_->SetOpt(CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(&ProgressCallback));
-    curl_wrap_->SetOpt(CURLOPT_XFERINFODATA, static_cast<void*>(this));
-    curl_wrap_->SetOpt(CURLOPT_NOPROGRESS, 0L);
-  }
+  SetRequestOptions(config, connect_timeout, request_timeout, &held.headers);
 
   FILE*& log_stream = held.stream;
   if (IsSet(curl_log_file_) && config->IsVerbose()) {
@@ -296,10 +235,84 @@ AuthResult NetworkControlLibcurl::SendRequest(NetworkConfig* config, NetworkResu
     log_stream = nullptr;
   }
 
-  curl_wrap_->SlistFreeAll(headers);
-  headers = nullptr;
+  curl_wrap_->SlistFreeAll(held.headers);
+  held.headers = nullptr;
   if (failure) std::rethrow_exception(failure);
+  return TransferOutcome(code, connect_timeout, request_timeout, result);
+}
 
+void NetworkControlLibcurl::ResetHandle() {
+  // libcurl (7.88) keeps the cookie-file list of the previous request past
+  // the transfer, and curl_easy_reset forgets it without freeing it: a leak
+  // per request. Handing the list back first costs nothing, as every cookie
+  // is wiped below anyway.
+  curl_wrap_->SetOpt(CURLOPT_COOKIEFILE, static_cast<const char*>(nullptr));
+  // Reset, not a new handle: live connections and the DNS and TLS caches
+  // outlast the request, options don't.
+  curl_wrap_->Reset();
+
+  // Wiping the cookies and then switching the engine on without a file means
+  // no request carries a cookie from an earlier one, and afterwards the engine
+  // holds exactly what this response set.
+  curl_wrap_->SetOpt(CURLOPT_COOKIELIST, "ALL");
+  curl_wrap_->SetOpt(CURLOPT_ERRORBUFFER, error_buffer_);
+}
+
+void NetworkControlLibcurl::SetRequestOptions(NetworkConfig* config, long connect_timeout,
+                                              long request_timeout, curl_slist** header_list) {
+  if (config->IsSslUsed()) {
+    curl_wrap_->SetOpt(CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
+    curl_wrap_->SetOpt(CURLOPT_SSL_VERIFYHOST, config->IsVerifyHost() ? 2L : 0L);
+    curl_wrap_->SetOpt(CURLOPT_SSL_VERIFYPEER, config->IsVerifyCert() ? 1L : 0L);
+    if (IsSet(config->GetCaFile())) curl_wrap_->SetOpt(CURLOPT_CAINFO, config->GetCaFile());
+  }
+  curl_wrap_->SetOpt(CURLOPT_URL, config->GetUrl());
+
+  curl_slist*& headers = *header_list;
+  for (const HeaderNode* node = config->GetHeaders(); node != nullptr; node = node->next) {
+    const Header* header = node->header;
+    if (header == nullptr || header->name == nullptr || header->value == nullptr) continue;
+    size_t size = std::strlen(header->name) + std::strlen(header->value) + 3;
+    char* line = new char[size];
+    std::snprintf(line, size, "%s: %s", header->name, header->value);
+    curl_slist* appended = curl_wrap_->SlistAppend(headers, line);
+    // The line may be "Authorization: Bearer TOKEN".
+    WipeMemory(line, size);
+    delete[] line;
+    // libcurl gives null when it runs out of memory and leaves the list as
+    // it was; the header is then simply missing.
+    if (appended != nullptr) headers = appended;
+  }
+  curl_wrap_->SetOpt(CURLOPT_HTTPHEADER, headers);
+
+  // The method follows from the body alone: libcurl makes a POST of any
+  // request that has post fields. libcurl doesn't copy them; the config's
+  // string outlives the transfer.
+  if (IsSet(config->GetPostData())) curl_wrap_->SetOpt(CURLOPT_POSTFIELDS, config->GetPostData());
+  curl_wrap_->SetOpt(CURLOPT_COOKIEFILE, "");
+  curl_wrap_->SetOpt(CURLOPT_VERBOSE, config->IsVerbose() ? 1L : 0L);
+  if (IsSet(config->GetProxy())) curl_wrap_->SetOpt(CURLOPT_PROXY, config->GetProxy());
+  curl_wrap_->SetOpt(CURLOPT_WRITEFUNCTION, reinterpret_cast<void*>(&WriteCallback));
+  curl_wrap_->SetOpt(CURLOPT_WRITEDATA, static_cast<void*>(this));
+  curl_wrap_->SetOpt(CURLOPT_HEADERFUNCTION, reinterpret_cast<void*>(&HeaderCallback));
+  curl_wrap_->SetOpt(CURLOPT_HEADERDATA, static_cast<void*>(this));
+  curl_wrap_->SetOpt(CURLOPT_SSLVERSION, CurlSslVersion(config->GetSslVersion()));
+  // No signals: without this libcurl may bound a name lookup with SIGALRM and
+  // swaps SIGPIPE's handler around each transfer, both process-wide, racing
+  // the host's other threads. Its sockets are written with MSG_NOSIGNAL.
+  curl_wrap_->SetOpt(CURLOPT_NOSIGNAL, 1L);
+  curl_wrap_->SetOpt(CURLOPT_CONNECTTIMEOUT, connect_timeout);
+  curl_wrap_->SetOpt(CURLOPT_TIMEOUT, request_timeout);
+  if (cancellation_ != nullptr) {
+    // Called at every wake of PerformWaking, also while nothing arrives.
+    curl_wrap_->SetOpt(CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(&ProgressCallback));
+    curl_wrap_->SetOpt(CURLOPT_XFERINFODATA, static_cast<void*>(this));
+    curl_wrap_->SetOpt(CURLOPT_NOPROGRESS, 0L);
+  }
+}
+
+AuthResult NetworkControlLibcurl::TransferOutcome(CURLcode code, long connect_timeout,
+                                                  long request_timeout, NetworkResult* result) {
   if (code == CURLE_OK) return kAuthResultOk;
   if (code == CURLE_ABORTED_BY_CALLBACK && IsCancelled()) {
     result->SetErrorMsg(kCancelledText);

@@ -44,6 +44,15 @@ class NetworkControlLibcurl : public INetworkControl {
 
  private:
   AuthResult SendRequest(NetworkConfig* config, NetworkResult* result);
+  // Forgets the previous request's options and cookies; keeps connections.
+  void ResetHandle();
+  // Everything `config` asks for, the time-outs, the callbacks. The header
+  // lines go into `*header_list`, which the caller frees after the transfer.
+  void SetRequestOptions(NetworkConfig* config, long connect_timeout, long request_timeout,
+                         curl_slist** header_list);
+  // The result of a finished transfer, with the detail it leaves in `result`.
+  AuthResult TransferOutcome(CURLcode code, long connect_timeout, long request_timeout,
+                             NetworkResult* result);
   AuthResult ProcessResponse(NetworkResult* result);
   // Logs, line by line, what libcurl wrote to `file` during the request.
   void CopyVerboseLog(FILE* file);
