@@ -47,6 +47,15 @@ AuthResult FinishAttempt(NetworkConfig* config, NetworkResult* result) {
   return kAuthResultOk;
 }
 
+AuthResult FinishWithFedAuth(const Cookie& fed_auth, NetworkConfig* config, NetworkResult* result,
+                             ErrorDetail* detail) {
+  if (fed_auth.GetValue() == nullptr) {
+    detail->Set("FedAuth cookie not found.");
+    return kAuthResultAuthFailed;
+  }
+  return FinishAttempt(config, result);
+}
+
 AuthResult SendRequest(INetworkControl* transport, NetworkConfig* config, NetworkResult* result,
                        ErrorDetail* detail) {
   AuthResult sent = transport->Exec(config, result);

@@ -37,6 +37,13 @@ bool BeginAttempt(NetworkConfig* config, NetworkResult* result, ErrorDetail* det
 // A failed attempt keeps both, for the host to look at.
 AuthResult FinishAttempt(NetworkConfig* config, NetworkResult* result);
 
+// The end of a sign-in to a SharePoint site: the FedAuth cookie, as copied to
+// `fed_auth` from the response, is the proof. Without one the attempt failed
+// (kAuthResultAuthFailed, "FedAuth cookie not found."); with one, even an
+// empty one, it ends as FinishAttempt ends it.
+AuthResult FinishWithFedAuth(const Cookie& fed_auth, NetworkConfig* config, NetworkResult* result,
+                             ErrorDetail* detail);
+
 // The one exchange of an attempt. A failed transfer leaves the transport's
 // text in the detail, and its result is handed back unchanged.
 AuthResult SendRequest(INetworkControl* transport, NetworkConfig* config, NetworkResult* result,

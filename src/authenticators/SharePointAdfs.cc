@@ -112,13 +112,7 @@ AuthResult SharePointAdfs::AuthenticateByRstr(const char* site, const char* rstr
   if (judged != kAuthResultOk) return judged;
 
   CopyFirstCookie(result->GetCookies(), "FedAuth", &fed_auth_cookie_);
-  // An empty value still counts: only a missing cookie is a failure.
-  if (fed_auth_cookie_.GetValue() == nullptr) {
-    detail->Set("FedAuth cookie not found.");
-    return kAuthResultAuthFailed;
-  }
-
-  return FinishAttempt(config, result);
+  return FinishWithFedAuth(fed_auth_cookie_, config, result, detail);
 }
 
 }  // namespace Auth

@@ -105,12 +105,7 @@ AuthResult SharePointFba::Authenticate(const char* site, const char* user, const
 
   // Of two FedAuth cookies the one libcurl listed last wins.
   CopyFirstCookie(result->GetCookies(), kFedAuthName, &fed_auth_cookie_);
-  if (fed_auth_cookie_.GetValue() == nullptr) {
-    detail->Set("FedAuth cookie not found.");
-    return kAuthResultAuthFailed;
-  }
-
-  return FinishAttempt(config, result);
+  return FinishWithFedAuth(fed_auth_cookie_, config, result, detail);
 }
 
 const Cookie* SharePointFba::GetFedAuthCookie() const {

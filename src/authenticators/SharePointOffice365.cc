@@ -162,12 +162,7 @@ AuthResult SharePointOffice365::Authenticate(const char* site, const ICredential
   // which is the cookie that arrived first when a name repeats.
   CopyLastCookie(result->GetCookies(), "FedAuth", &fed_auth_cookie_);
   CopyLastCookie(result->GetCookies(), "rtFa", &rtfa_cookie_);
-  if (fed_auth_cookie_.GetValue() == nullptr) {
-    detail->Set("FedAuth cookie not found.");
-    return kAuthResultAuthFailed;
-  }
-
-  return FinishAttempt(config, result);
+  return FinishWithFedAuth(fed_auth_cookie_, config, result, detail);
 }
 
 AuthResult SharePointOffice365::GetAuthTarget(std::string email,
