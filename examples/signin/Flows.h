@@ -14,8 +14,10 @@ struct Options {
   std::string ca_file;        // --ca-file FILE
   bool insecure = false;      // --insecure: both certificate checks off
   std::string proxy;          // --proxy URL
-  long connect_timeout = -1;  // --connect-timeout S (-1: the library's default)
-  long timeout = -1;          // --timeout S (-1: the library's default)
+  // The library sets no time-out of its own; this host never waits on a
+  // server for ever unless told to with 0.
+  long connect_timeout = 30;  // --connect-timeout S
+  long timeout = 120;         // --timeout S
   bool verbose = false;       // --verbose: library log at debug level to stderr
   std::string cookie_jar;     // --cookie-jar FILE ("" = standard output)
   std::string adfs;           // --adfs URL   (adfs flow)

@@ -146,8 +146,8 @@ FlowSetup::FlowSetup(const Options& options, bool read_password) {
     AuthEngineConfig::SetLogLevel(Vantrel::Auth::kLogLevelDebug);
   }
   if (!options.proxy.empty()) AuthEngineConfig::SetProxy(options.proxy.c_str());
-  if (options.connect_timeout >= 0) AuthEngineConfig::SetConnectTimeout(options.connect_timeout);
-  if (options.timeout >= 0) AuthEngineConfig::SetRequestTimeout(options.timeout);
+  AuthEngineConfig::SetConnectTimeout(options.connect_timeout);
+  AuthEngineConfig::SetRequestTimeout(options.timeout);
   library_started_ = true;
   AuthResult init = AuthEngine::GlobalInit();
   if (init != Vantrel::Auth::kAuthResultOk) {

@@ -36,11 +36,12 @@ class VANTREL_AUTH_EXPORT AuthEngineConfig {
 
   // Time-outs of every request, in seconds, read afresh at each request. The
   // connect time-out bounds the connection phase (name lookup, TCP, proxy
-  // CONNECT, TLS handshake); default 30, and 0 or less restores it. The
-  // request time-out bounds a whole request, connection phase included;
-  // default 120, 0 means none, below 0 restores the default. A request that
-  // runs out fails with kAuthResultSendFailed and a detail naming the
-  // time-out. Values above 2147483 s (some 24 days) count as that.
+  // CONNECT, TLS handshake); the request time-out bounds a whole request,
+  // connection phase included. Both default to 0, none of the library's own:
+  // libcurl's defaults hold (300 s to connect, no bound on a request), so a
+  // host that must not hang sets both. Below 0 counts as 0, above 2147483 s
+  // (some 24 days) as that. A request that runs out fails with
+  // kAuthResultSendFailed and a detail naming the time-out and its length.
   static void SetConnectTimeout(long seconds);
   static long GetConnectTimeout();
   static void SetRequestTimeout(long seconds);

@@ -12,8 +12,6 @@ namespace Vantrel {
 namespace Auth {
 namespace {
 
-const long kDefaultConnectTimeout = 30;
-const long kDefaultRequestTimeout = 120;
 // libcurl refuses a time-out whose milliseconds don't fit an int and would
 // then keep its own default; capped here, the host's bound still holds.
 const long kLongestTimeout = INT_MAX / 1000;
@@ -21,8 +19,13 @@ const long kLongestTimeout = INT_MAX / 1000;
 // Atomic although hosts set them between attempts: the transport reads them
 // at every request, and a host changing one while another engine is signing
 // in gets the old or the new value, never a torn one.
-std::atomic<long> connect_timeout{kDefaultConnectTimeout};
-std::atomic<long> request_timeout{kDefaultRequestTimeout};
+// None by default: unless the host asks for a bound, each request runs under
+// libcurl's own defaults, as it always has.
+std::atomic<long> connect_timeout{0};
+std::atomic<long> request_timeout{0};
+
+// 0 is "none"; below 0 is taken as 0, since no bound can be shorter than none.
+long Bound(long seconds) { return seconds > 0 ? std::min(seconds, kLongestTimeout) : 0; }
 
 void LogSetter(const char* format, long seconds) {
   std::string text = std::to_string(seconds);
@@ -77,17 +80,14 @@ const char* AuthEngineConfig::GetTempLogDir() { return temp_log_dir_; }
 
 void AuthEngineConfig::SetConnectTimeout(long seconds) {
   LogSetter("AuthEngineConfig::SetConnectTimeout(%s)", seconds);
-  // 0 or less is the default, not "none": a connection phase without a bound
-  // is never what a host wants, and libcurl has no "none" for it anyway.
-  connect_timeout = seconds > 0 ? std::min(seconds, kLongestTimeout) : kDefaultConnectTimeout;
+  connect_timeout = Bound(seconds);
 }
 
 long AuthEngineConfig::GetConnectTimeout() { return connect_timeout; }
 
 void AuthEngineConfig::SetRequestTimeout(long seconds) {
   LogSetter("AuthEngineConfig::SetRequestTimeout(%s)", seconds);
-  // Only 0 removes the bound: a negative value is a slip, not a wish.
-  request_timeout = seconds >= 0 ? std::min(seconds, kLongestTimeout) : kDefaultRequestTimeout;
+  request_timeout = Bound(seconds);
 }
 
 long AuthEngineConfig::GetRequestTimeout() { return request_timeout; }

@@ -40,6 +40,9 @@ const char kCancelledText[] = "The sign-in was cancelled.";
 // tighter of the two bounds a request; once it is, the request time-out alone.
 std::string TimeoutText(long connect_seconds, long request_seconds, bool connected,
                         const char* curl_text) {
+  // Without one of the host's, libcurl bounds the connection phase itself.
+  const long kCurlConnectTimeout = 300;
+  if (connect_seconds <= 0) connect_seconds = kCurlConnectTimeout;
   bool whole_request = request_seconds > 0 && (connected || request_seconds <= connect_seconds);
   std::string text = whole_request ? "Request time-out of " + std::to_string(request_seconds)
                                    : "Connect time-out of " + std::to_string(connect_seconds);
@@ -297,12 +300,15 @@ void NetworkControlLibcurl::SetRequestOptions(NetworkConfig* config, long connec
   curl_wrap_->SetOpt(CURLOPT_HEADERFUNCTION, reinterpret_cast<void*>(&HeaderCallback));
   curl_wrap_->SetOpt(CURLOPT_HEADERDATA, static_cast<void*>(this));
   curl_wrap_->SetOpt(CURLOPT_SSLVERSION, CurlSslVersion(config->GetSslVersion()));
-  // No signals: without this libcurl may bound a name lookup with SIGALRM and
-  // swaps SIGPIPE's handler around each transfer, both process-wide, racing
-  // the host's other threads. Its sockets are written with MSG_NOSIGNAL.
-  curl_wrap_->SetOpt(CURLOPT_NOSIGNAL, 1L);
-  curl_wrap_->SetOpt(CURLOPT_CONNECTTIMEOUT, connect_timeout);
-  curl_wrap_->SetOpt(CURLOPT_TIMEOUT, request_timeout);
+  // A time-out the host didn't ask for isn't set: libcurl's defaults hold.
+  if (connect_timeout > 0) curl_wrap_->SetOpt(CURLOPT_CONNECTTIMEOUT, connect_timeout);
+  if (request_timeout > 0) curl_wrap_->SetOpt(CURLOPT_TIMEOUT, request_timeout);
+  if (connect_timeout > 0 || request_timeout > 0) {
+    // No signals once there is a time-out: libcurl would otherwise bound a
+    // name lookup with SIGALRM, process-wide, racing the host's other threads.
+    // Its sockets are written with MSG_NOSIGNAL.
+    curl_wrap_->SetOpt(CURLOPT_NOSIGNAL, 1L);
+  }
   if (cancellation_ != nullptr) {
     // Called at every wake of PerformWaking, also while nothing arrives.
     curl_wrap_->SetOpt(CURLOPT_XFERINFOFUNCTION, reinterpret_cast<void*>(&ProgressCallback));
